@@ -1,0 +1,16 @@
+// Condensed (upper-triangle, row-major) indexing of pairwise results.
+#pragma once
+
+#include <cstddef>
+
+namespace zv::distance {
+
+// Where row i of the triangle of n observations starts: pair (i, i+1).
+constexpr size_t condensedRowStart(size_t i, size_t n) { return i * n - i * (i + 1) / 2; }
+
+// Index of the pair (i, j), i < j < n.
+constexpr size_t condensedIndex(size_t i, size_t j, size_t n) {
+    return condensedRowStart(i, n) + (j - i - 1);
+}
+
+}  // namespace zv::distance

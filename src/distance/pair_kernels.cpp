@@ -1,0 +1,63 @@
+// Panel layout of the observations and the choice of kernel at run time.
+#include "distance/pair_kernels.hpp"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/scalable_allocator.h>
+
+#include <new>
+
+namespace zv::distance {
+
+namespace avx2 {
+void computeRows(const TriangleTask<double>&, size_t, size_t);
+void computeRows(const TriangleTask<float>&, size_t, size_t);
+}  // namespace avx2
+namespace generic {
+void computeRows(const TriangleTask<double>&, size_t, size_t);
+void computeRows(const TriangleTask<float>&, size_t, size_t);
+}  // namespace generic
+
+namespace {
+template <class T>
+void freePanels(T* p) {
+    scalable_aligned_free(p);
+}
+}  // namespace
+
+template <class T>
+ObservationPanels<T> ObservationPanels<T>::build(const T* x, size_t n, size_t p) {
+    ObservationPanels out;
+    out.numPanels = (n + kLanes - 1) / kLanes;
+    const size_t count = out.numPanels * kLanes * (p ? p : 1);
+    if (out.numPanels == 0) return out;
+    void* raw = scalable_aligned_malloc(count * sizeof(T), 64);
+    if (!raw) throw std::bad_alloc();
+    out.data = std::unique_ptr<T[], void (*)(T*)>(static_cast<T*>(raw), &freePanels<T>);
+    T* data = out.data.get();
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, out.numPanels, 1),
+                      [=](const tbb::blocked_range<size_t>& r) {
+                          for (size_t b = r.begin(); b != r.end(); ++b) {
+                              T* panel = data + b * p * kLanes;
+                              for (size_t l = 0; l < kLanes; ++l) {
+                                  const size_t j = b * kLanes + l;
+                                  for (size_t k = 0; k < p; ++k)
+                                      panel[k * kLanes + l] = j < n ? x[j * p + k] : T(0);
+                              }
+                          }
+                      });
+    return out;
+}
+
+template <class T>
+void computeTriangleRows(const TriangleTask<T>& task, size_t rowBegin, size_t rowEnd) {
+    if (__builtin_cpu_supports("avx2")) avx2::computeRows(task, rowBegin, rowEnd);
+    else generic::computeRows(task, rowBegin, rowEnd);
+}
+
+template struct ObservationPanels<double>;
+template struct ObservationPanels<float>;
+template void computeTriangleRows(const TriangleTask<double>&, size_t, size_t);
+template void computeTriangleRows(const TriangleTask<float>&, size_t, size_t);
+
+}  // namespace zv::distance

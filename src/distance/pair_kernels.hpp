@@ -1,0 +1,41 @@
+// Vectorised walks over rows of the distance triangle for the metrics whose
+// per-coordinate step is plain arithmetic. Work is vectorised across pairs,
+// never along the coordinates, so every distance is the plain ascending sum.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+namespace zv::distance {
+
+enum class PairMetric { Euclidean, SquaredEuclidean, SEuclidean, CityBlock, Chebychev, Hamming };
+
+// Observations regrouped in panels of kLanes: panel b holds, for k = 0..p-1,
+// the k-th coordinate of observations b*kLanes .. b*kLanes + kLanes - 1
+// (zero past n), so that one coordinate of a whole panel is contiguous.
+template <class T>
+struct ObservationPanels {
+    static constexpr size_t kLanes = 128 / sizeof(T);
+    std::unique_ptr<T[], void (*)(T*)> data{nullptr, nullptr};
+    size_t numPanels = 0;
+
+    static ObservationPanels build(const T* x, size_t n, size_t p);
+    const T* panel(size_t b, size_t p) const { return data.get() + b * p * kLanes; }
+};
+
+template <class T>
+struct TriangleTask {
+    PairMetric metric;
+    const T* x;        // p-by-n, observations contiguous
+    size_t n, p;
+    const ObservationPanels<T>* panels;
+    const T* weights;  // SEuclidean: p values
+    const T* marks;    // Hamming, Chebychev: per observation, 0 or NaN; may be null
+    T* y;              // condensed output
+};
+
+// Computes rows [rowBegin, rowEnd) of the triangle into task.y.
+template <class T>
+void computeTriangleRows(const TriangleTask<T>& task, size_t rowBegin, size_t rowEnd);
+
+}  // namespace zv::distance

@@ -1,0 +1,140 @@
+// Body of the triangle-row kernels, compiled once per instruction set. The
+// including file defines ZV_KERNEL_NS; everything here has internal linkage
+// so that no code of one instruction set is shared with another.
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "distance/condensed.hpp"
+#include "distance/pair_kernels.hpp"
+
+namespace zv::distance::ZV_KERNEL_NS {
+namespace {
+
+template <class T>
+struct Vec;
+template <>
+struct Vec<double> {
+    typedef double type __attribute__((vector_size(32)));
+    typedef int64_t bits __attribute__((vector_size(32)));
+};
+template <>
+struct Vec<float> {
+    typedef float type __attribute__((vector_size(32)));
+    typedef int32_t bits __attribute__((vector_size(32)));
+};
+
+template <class T>
+inline typename Vec<T>::type absOf(typename Vec<T>::type d) {
+    using B = typename Vec<T>::bits;
+    using I = std::remove_reference_t<decltype(B{}[0])>;
+    constexpr I signMask = I(~(I(1) << (sizeof(I) * 8 - 1)));
+    return (typename Vec<T>::type)((B)d & signMask);
+}
+
+// One coordinate step of each metric, on a vector of pairs. The order of the
+// operations is that of the scalar definition, lane by lane.
+template <class T, PairMetric M>
+inline typename Vec<T>::type step(typename Vec<T>::type acc, typename Vec<T>::type u,
+                                  typename Vec<T>::type x, typename Vec<T>::type w) {
+    using V = typename Vec<T>::type;
+    if constexpr (M == PairMetric::Euclidean || M == PairMetric::SquaredEuclidean) {
+        V d = u - x;
+        return acc + d * d;
+    } else if constexpr (M == PairMetric::SEuclidean) {
+        V d = u - x;
+        return acc + (d * d) * w;
+    } else if constexpr (M == PairMetric::CityBlock) {
+        return acc + absOf<T>(u - x);
+    } else if constexpr (M == PairMetric::Chebychev) {
+        V a = absOf<T>(u - x);
+        return a > acc ? a : acc;  // NaN differences never win
+    } else {
+        // Hamming: the comparison mask is -1 where unequal.
+        return acc - __builtin_convertvector(u != x, V);
+    }
+}
+
+template <class T, PairMetric M>
+inline T finish(T sum, size_t p) {
+    if constexpr (M == PairMetric::Euclidean || M == PairMetric::SEuclidean) {
+        if constexpr (sizeof(T) == sizeof(double)) return __builtin_sqrt(sum);
+        else return __builtin_sqrtf(sum);
+    }
+    else if constexpr (M == PairMetric::Hamming) return sum / T(p);
+    else return sum;
+}
+
+// Rows are taken in tiles so that one panel, read once from memory, serves
+// every row of the tile from the first-level cache.
+constexpr size_t kRowTile = 32;
+
+template <class T, PairMetric M>
+void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
+    using V = typename Vec<T>::type;
+    constexpr size_t L = ObservationPanels<T>::kLanes;
+    constexpr size_t VL = sizeof(V) / sizeof(T);
+    constexpr size_t NV = L / VL;
+    const size_t n = t.n, p = t.p;
+    const size_t numPanels = t.panels->numPanels;
+    alignas(64) T sums[L];
+
+    for (size_t a = rowBegin; a < rowEnd; a += kRowTile) {
+        const size_t b = rowEnd - a < kRowTile ? rowEnd : a + kRowTile;
+        for (size_t pb = (a + 1) / L; pb < numPanels; ++pb) {
+            const T* panel = t.panels->panel(pb, p);
+            const size_t j0 = pb * L;
+            const size_t jEnd = j0 + L < n ? j0 + L : n;
+            for (size_t i = a; i < b; ++i) {
+                if (jEnd <= i + 1) continue;
+                const T* u = t.x + i * p;
+                V acc[NV] = {};
+                for (size_t k = 0; k < p; ++k) {
+                    const V uk = V{} + u[k];
+                    const V wk = M == PairMetric::SEuclidean ? V{} + t.weights[k] : V{};
+                    const T* lane = panel + k * L;
+                    for (size_t v = 0; v < NV; ++v) {
+                        V xv;
+                        std::memcpy(&xv, lane + v * VL, sizeof(V));
+                        acc[v] = step<T, M>(acc[v], uk, xv, wk);
+                    }
+                }
+                std::memcpy(sums, acc, sizeof(sums));
+                const size_t jStart = j0 > i + 1 ? j0 : i + 1;
+                T* out = t.y + condensedRowStart(i, n) - (i + 1);
+                if (t.marks) {
+                    const T mi = t.marks[i];
+                    for (size_t j = jStart; j < jEnd; ++j) {
+                        const T mj = t.marks[j];
+                        out[j] = (mi != 0 || mj != 0) ? mi + mj : finish<T, M>(sums[j - j0], p);
+                    }
+                } else {
+                    for (size_t j = jStart; j < jEnd; ++j) out[j] = finish<T, M>(sums[j - j0], p);
+                }
+            }
+        }
+    }
+}
+
+template <class T>
+void dispatchRows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
+    switch (t.metric) {
+    case PairMetric::Euclidean: return rows<T, PairMetric::Euclidean>(t, rowBegin, rowEnd);
+    case PairMetric::SquaredEuclidean: return rows<T, PairMetric::SquaredEuclidean>(t, rowBegin, rowEnd);
+    case PairMetric::SEuclidean: return rows<T, PairMetric::SEuclidean>(t, rowBegin, rowEnd);
+    case PairMetric::CityBlock: return rows<T, PairMetric::CityBlock>(t, rowBegin, rowEnd);
+    case PairMetric::Chebychev: return rows<T, PairMetric::Chebychev>(t, rowBegin, rowEnd);
+    case PairMetric::Hamming: return rows<T, PairMetric::Hamming>(t, rowBegin, rowEnd);
+    }
+}
+
+}  // namespace
+
+void computeRows(const TriangleTask<double>& t, size_t rowBegin, size_t rowEnd) {
+    dispatchRows(t, rowBegin, rowEnd);
+}
+void computeRows(const TriangleTask<float>& t, size_t rowBegin, size_t rowEnd) {
+    dispatchRows(t, rowBegin, rowEnd);
+}
+
+}  // namespace zv::distance::ZV_KERNEL_NS

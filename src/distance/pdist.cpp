@@ -1,0 +1,122 @@
+// The condensed-distance engine: picks the functor for a metric code and runs
+// it over the rows of the triangle; the cosine family runs as one
+// matrix-vector product per row on the calling thread.
+#include "distance/pdist.hpp"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <type_traits>
+#include <vector>
+
+#include "distance/distance_one.hpp"
+#include "frame/blas.hpp"
+#include "frame/message_ids.hpp"
+
+namespace zv::distance {
+
+namespace {
+
+// Per observation 0, or NaN if it holds a NaN. Empty when X holds no NaN at
+// all, found by one scan that stops at the first NaN.
+template <class T>
+std::vector<T> nanMarks(const T* x, size_t n, size_t p) {
+    const T* end = x + n * p;
+    const T* first = x;
+    while (first != end && !std::isnan(*first)) ++first;
+    if (first == end) return {};
+    std::vector<T> marks(n, T(0));
+    for (size_t j = 0; j < n; ++j)
+        for (size_t k = 0; k < p; ++k)
+            if (std::isnan(x[j * p + k])) {
+                marks[j] = std::numeric_limits<T>::quiet_NaN();
+                break;
+            }
+    return marks;
+}
+
+template <class Body>
+void runRows(size_t n, const Body& body) {
+    if (n == 0) return;
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, n, 1), body, tbb::auto_partitioner());
+}
+
+// "cos", "cor", "spe": X is prepared so that the dot product is the
+// similarity; row i-1 of the triangle is X(:, i:n-1)^T x_{i-1}.
+template <class T>
+void similarityRows(const PdistProblem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
+    const size_t n = pr.n, p = pr.p;
+    for (size_t i = 1; i < n; ++i) {
+        T* row = pr.y + condensedRowStart(i - 1, n);
+        blas::gemv("T", int(p), int(n - i), T(1), pr.x + i * p, int(p ? p : 1), pr.x + (i - 1) * p, 1,
+                   T(0), row, 1);
+        InterruptState::ThrowIfInterruptPending(interrupt);
+        for (size_t j = 0; j < n - i; ++j) row[j] = row[j] > T(1) ? T(0) : T(1) - row[j];
+    }
+}
+
+template <class T>
+void fillNaN(const PdistProblem<T>& pr) {
+    const size_t count = pr.n < 2 ? 0 : pr.n * (pr.n - 1) / 2;
+    std::fill(pr.y, pr.y + count, std::numeric_limits<T>::quiet_NaN());
+}
+
+}  // namespace
+
+template <class T>
+void pdistEngine(const PdistProblem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
+    const size_t n = pr.n, p = pr.p;
+    auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
+    auto panelTask = [&](PairMetric metric, const ObservationPanels<T>& panels, const T* marks) {
+        return TriangleTask<T>{metric, pr.x, n, p, &panels, pr.extra, marks, pr.y};
+    };
+    auto runPanels = [&]<class Body>(std::type_identity<Body>, PairMetric metric, const T* marks) {
+        const auto panels = ObservationPanels<T>::build(pr.x, n, p);
+        runRows(n, Body(panelTask(metric, panels, marks), interrupt));
+    };
+    const std::type_identity<EuclideanDistanceOne<T>> euclidean;
+    const std::type_identity<SEuclideanDistanceOne<T>> seuclidean;
+    const std::type_identity<CityBlockDistanceOne<T>> cityBlock;
+    const std::type_identity<HammingDistanceOne<T>> hamming;
+    const std::type_identity<ChebychevDistanceOne<T>> chebychev;
+
+    if (is("euc") || is("sqe")) {
+        runPanels(euclidean, is("sqe") ? PairMetric::SquaredEuclidean : PairMetric::Euclidean, nullptr);
+    } else if (is("seu")) {
+        if (!pr.extra || pr.extraCount < p) return fillNaN(pr);
+        runPanels(seuclidean, PairMetric::SEuclidean, nullptr);
+    } else if (is("cit")) {
+        runPanels(cityBlock, PairMetric::CityBlock, nullptr);
+    } else if (is("min")) {
+        runRows(n, MinkowskiDistanceOne<T>(pr.x, n, p, pr.y, interrupt, pr.exponent));
+    } else if (is("cos") || is("cor") || is("spe")) {
+        similarityRows(pr, interrupt);
+    } else if (is("ham") || is("che")) {
+        if (n == 0) return;
+        const std::vector<T> marks = nanMarks(pr.x, n, p);
+        const T* markData = marks.empty() ? nullptr : marks.data();
+        if (is("ham")) runPanels(hamming, PairMetric::Hamming, markData);
+        else runPanels(chebychev, PairMetric::Chebychev, markData);
+    } else if (is("jac")) {
+        if (n == 0) return;
+        const std::vector<T> marks = nanMarks(pr.x, n, p);
+        runRows(n, JaccardDistanceOne<T>(pr.x, n, p, pr.y, interrupt, marks.empty() ? nullptr : marks.data()));
+    } else if (is("mah")) {
+        if (n == 0) return;
+        if (p > 0 && (!pr.extra || pr.extraCount < p * p)) return fillNaN(pr);
+        try {
+            runRows(n, MahalanobisDistanceOne<T>(pr.x, n, p, pr.y, interrupt, pr.extra));
+        } catch (const std::bad_alloc&) {
+            ndErrMsgId(stats::pdistbif::MemoryLessThanXBytes(long(sizeof(T) * p)));
+        }
+    }
+}
+
+template void pdistEngine<double>(const PdistProblem<double>&, const std::shared_ptr<InterruptStateData>&);
+template void pdistEngine<float>(const PdistProblem<float>&, const std::shared_ptr<InterruptStateData>&);
+
+}  // namespace zv::distance

@@ -1,0 +1,52 @@
+// pdistbif: condensed distances between the columns of a p-by-n matrix.
+#include "distance/pdist.hpp"
+#include "frame/gateway.hpp"
+
+namespace {
+
+namespace ids = stats::pdistbif;
+
+// Without an exponent the Minkowski distance takes the usual default of 2.
+constexpr double kDefaultMinkowskiExponent = 2.0;
+
+template <class T>
+void pdistTyped(const ndArray** inputs, int numInputs, ndArray** outputs) {
+    const ndArray* xArg = inputs[0];
+    const zv::ShortCode<4> code(inputs[1]);
+    const ndArray* extraArg = numInputs > 2 && !ndIsEmpty(inputs[2]) ? inputs[2] : nullptr;
+
+    zv::distance::PdistProblem<T> problem{};
+    problem.x = zv::dataOf<const T>(xArg);
+    problem.p = ndGetM(xArg);
+    problem.n = ndGetN(xArg);
+    problem.code = code.text.data();
+    problem.exponent = T(kDefaultMinkowskiExponent);
+    if (extraArg) {
+        if (code.is("min")) {
+            problem.exponent = T(ndGetScalar(extraArg));
+        } else {
+            zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(extraArg) != ndGetClassID(xArg));
+            problem.extra = zv::dataOf<const T>(extraArg);
+            problem.extraCount = ndGetNumberOfElements(extraArg);
+        }
+    }
+
+    const double count = (double(problem.n) - 1.0) * double(problem.n) * 0.5;
+    zv::raiseIf<ids::OutputTooLarge>(zv::reachesElementLimit(count));
+    auto y = zv::createMatrix<T>(1, zv::checked::toSize(count));
+    problem.y = zv::dataOf<T>(y.get());
+    const auto& interrupt = hostGetInterruptStateData();
+
+    zv::distance::pdistEngine(problem, interrupt);
+    outputs[0] = matrix::to_host(std::move(y));
+}
+
+}  // namespace
+
+ZV_EXPORT void pdistbif(ZV_GATEWAY_SIGNATURE) {
+    zv::raiseIf<ids::TooFewInputs>(numInputs < 2);
+    zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
+    zv::dispatchReal<ids::BadInputType>(inputs[0], [&](auto tag) {
+        pdistTyped<decltype(tag)>(inputs, numInputs, outputs);
+    });
+}

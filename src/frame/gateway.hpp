@@ -1,0 +1,87 @@
+// Shared gateway frame: count checks, element-type dispatch, argument reading,
+// the output-size limit and output creation, each one line in a gateway.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <span>
+#include <type_traits>
+
+#include "frame/checked.hpp"
+#include "frame/message_ids.hpp"
+#include "host/host.hpp"
+
+// Gateways and module functions are the only symbols the library exports.
+#define ZV_EXPORT __attribute__((visibility("default")))
+
+#define ZV_GATEWAY_SIGNATURE int numOutputs, ndArray **outputs, int numInputs, const ndArray **inputs
+
+namespace zv {
+
+// Raises E(args...) when `failed` holds.
+template <class E, class... A>
+inline void raiseIf(bool failed, A... args) {
+    if (failed) ndErrMsgId(E(args...));
+}
+
+// The count test of gateways that use the host's fixed errors, outputs first.
+// Returns true when the gateway is to return at once (no output asked for).
+inline bool fixedCountsSayReturn(int numOutputs, int maxOutputs, int numInputs, int minInputs,
+                                 int maxInputs) {
+    if (numOutputs > maxOutputs) matrix::detail::error_maxoutputs();
+    if (numInputs < minInputs) matrix::detail::error_mininputs();
+    if (numInputs > maxInputs) matrix::detail::error_maxinputs();
+    return numOutputs == 0;
+}
+
+template <class T>
+constexpr ndClassID classOf() {
+    if constexpr (std::is_same_v<T, double>) return ndDOUBLE_CLASS;
+    else if constexpr (std::is_same_v<T, float>) return ndSINGLE_CLASS;
+    else if constexpr (std::is_same_v<T, int32_t>) return ndINT32_CLASS;
+    else if constexpr (std::is_same_v<T, uint64_t>) return ndUINT64_CLASS;
+    else if constexpr (std::is_same_v<T, bool>) return ndLOGICAL_CLASS;
+    else static_assert(!sizeof(T), "no host class for this element type");
+}
+
+// Calls f(T{}) with T = double or float after the class of `a`; any other
+// class raises BadType.
+template <class BadType, class F>
+decltype(auto) dispatchReal(const ndArray* a, F&& f) {
+    switch (ndGetClassID(a)) {
+    case ndDOUBLE_CLASS: return f(double{});
+    case ndSINGLE_CLASS: return f(float{});
+    default: ndErrMsgId(BadType());
+    }
+}
+
+// A short option code read the way the gateways read it: through a buffer
+// of N bytes, so a longer text is cut to its first N - 1 letters.
+template <size_t N>
+struct ShortCode {
+    std::array<char, N> text{};
+    explicit ShortCode(const ndArray* a) { ndGetString(a, text.data(), N); }
+    bool is(const char* code) const { return std::strcmp(text.data(), code) == 0; }
+};
+
+// The largest element count an output or working copy may have.
+constexpr double kMaxElementCount = 281474976710655.0;  // 2^48 - 1
+// True when `count`, computed in double, reaches the limit (or is NaN).
+inline bool reachesElementLimit(double count) { return !(count < kMaxElementCount); }
+
+template <class T>
+T* dataOf(const ndArray* a) {
+    return static_cast<T*>(ndGetData(a));
+}
+
+template <class T>
+matrix::unique_nd_ptr createMatrix(size_t m, size_t n) {
+    const size_t dims[2] = {m, n};
+    return matrix::detail::do_create_numeric(std::span<const size_t>(dims, 2), classOf<T>(), ndREAL);
+}
+
+inline ndArray* doubleScalar(double x) { return ndCreateDoubleScalar(x); }
+
+}  // namespace zv
