@@ -1,0 +1,53 @@
+// Declarations of the gateways the tests call directly, and test helpers.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <tbb/global_control.h>
+
+#include <cmath>
+#include <set>
+#include <string>
+
+#include "frame/message_ids.hpp"
+#include "zvhost/arrays.hpp"
+
+void pdistbif(int, ndArray**, int, const ndArray**);
+void statsizechkBIF(int, ndArray**, int, const ndArray**);
+void probeCallFunction(int, ndArray**, int, const ndArray**);
+
+namespace zvtest {
+
+// The identifier a call raises, or "" if it returns.
+template <class F>
+std::string raisedId(F&& f) {
+    try {
+        f();
+    } catch (const bedrock::core::except::IMsgIDException& e) {
+        return e.GetID();
+    }
+    return "";
+}
+
+// Fails the test if arrays or scratch outlive the scope.
+class LeakCheck {
+public:
+    LeakCheck() : before_(zvhost::usage()) {}
+    ~LeakCheck() {
+        const zvhost::Usage after = zvhost::usage();
+        EXPECT_EQ(after.liveArrays, before_.liveArrays) << "arrays leaked";
+        EXPECT_EQ(after.liveScratch, before_.liveScratch) << "scratch leaked";
+        EXPECT_EQ(after.liveWorkerScratch, before_.liveWorkerScratch) << "worker scratch leaked";
+    }
+
+private:
+    zvhost::Usage before_;
+};
+
+// Runs f with TBB limited to `threads` workers.
+template <class F>
+auto withThreads(size_t threads, F&& f) {
+    tbb::global_control limit(tbb::global_control::max_allowed_parallelism, threads);
+    return f();
+}
+
+}  // namespace zvtest
