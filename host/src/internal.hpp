@@ -13,7 +13,9 @@ struct ArrayStorage {
     void* data = nullptr;
     size_t cellCount = 0;  // for cells: handles owned by the storage
     bool isCell = false;
+    size_t mappedBytes = 0;  // non-zero: data is a private mapping of this size
     ~ArrayStorage();
+    void release();  // frees data, however it was obtained
 };
 
 struct ndArray {

@@ -32,6 +32,20 @@ inline typename Vec<T>::type absOf(typename Vec<T>::type d) {
     return (typename Vec<T>::type)((B)d & signMask);
 }
 
+template <class V, class T>
+inline V splat(T s) {
+    V r;
+    for (size_t l = 0; l < sizeof(V) / sizeof(T); ++l) r[l] = s;
+    return r;
+}
+
+template <class V, class T>
+inline V load(const T* p) {
+    V r;
+    std::memcpy(&r, p, sizeof(V));
+    return r;
+}
+
 // One coordinate step of each metric, on a vector of pairs. The order of the
 // operations is that of the scalar definition, lane by lane.
 template <class T, PairMetric M>
@@ -75,6 +89,7 @@ void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
     constexpr size_t L = ObservationPanels<T>::kLanes;
     constexpr size_t VL = sizeof(V) / sizeof(T);
     constexpr size_t NV = L / VL;
+    static_assert(NV == 4, "the kernel keeps four vector accumulators");
     const size_t n = t.n, p = t.p;
     const size_t numPanels = t.panels->numPanels;
     alignas(64) T sums[L];
@@ -88,20 +103,32 @@ void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
             for (size_t i = a; i < b; ++i) {
                 if (jEnd <= i + 1) continue;
                 const T* u = t.x + i * p;
-                V acc[NV] = {};
+                // Four independent accumulators, kept in registers.
+                V acc0{}, acc1{}, acc2{}, acc3{};
                 for (size_t k = 0; k < p; ++k) {
-                    const V uk = V{} + u[k];
-                    const V wk = M == PairMetric::SEuclidean ? V{} + t.weights[k] : V{};
+                    const V uk = splat<V>(u[k]);
+                    const V wk = M == PairMetric::SEuclidean ? splat<V>(t.weights[k]) : V{};
                     const T* lane = panel + k * L;
-                    for (size_t v = 0; v < NV; ++v) {
-                        V xv;
-                        std::memcpy(&xv, lane + v * VL, sizeof(V));
-                        acc[v] = step<T, M>(acc[v], uk, xv, wk);
-                    }
+                    acc0 = step<T, M>(acc0, uk, load<V>(lane), wk);
+                    acc1 = step<T, M>(acc1, uk, load<V>(lane + VL), wk);
+                    acc2 = step<T, M>(acc2, uk, load<V>(lane + 2 * VL), wk);
+                    acc3 = step<T, M>(acc3, uk, load<V>(lane + 3 * VL), wk);
                 }
-                std::memcpy(sums, acc, sizeof(sums));
+                const V acc[NV] = {acc0, acc1, acc2, acc3};
                 const size_t jStart = j0 > i + 1 ? j0 : i + 1;
                 T* out = t.y + condensedRowStart(i, n) - (i + 1);
+                if (!t.marks && jStart == j0 && jEnd == j0 + L) {
+                    // The whole panel lies right of the diagonal: finish and
+                    // store it by vectors.
+                    for (size_t v = 0; v < NV; ++v) {
+                        T lanes[VL];
+                        std::memcpy(lanes, &acc[v], sizeof(V));
+                        for (size_t l = 0; l < VL; ++l) lanes[l] = finish<T, M>(lanes[l], p);
+                        std::memcpy(out + j0 + v * VL, lanes, sizeof(V));
+                    }
+                    continue;
+                }
+                std::memcpy(sums, acc, sizeof(sums));
                 if (t.marks) {
                     const T mi = t.marks[i];
                     for (size_t j = jStart; j < jEnd; ++j) {
