@@ -1,4 +1,6 @@
 // The reference host's arrays, scratch memory and call boundary.
+#include <tbb/parallel_for.h>
+
 #include <thread>
 
 #include "support/gateways.hpp"
@@ -53,6 +55,19 @@ TEST(HostArrays, CellsOwnTheirElementsAndSharedCopiesShareStorage) {
         a.reset();
         EXPECT_EQ(zvhost::valuesOf<double>(shared.get())[1], 2);  // storage outlives the first owner
     }
+}
+
+TEST(HostArrays, WorkersMayCreateReadAndDestroyDifferentArrays) {
+    zvtest::LeakCheck leaks;
+    tbb::parallel_for(0, 2000, [](int k) {
+        Owned a = zvhost::matrixOf<double>(3, 1, {double(k), 1, 2});
+        Owned c(ndCreateCellMatrix(1, 1));
+        ndSetCell(c.get(), 0, ndDuplicateArray(a.get()));
+        EXPECT_EQ(ndGetScalar(ndGetCell(c.get(), 0)), double(k));
+        ndSetArrayScope(a.get(), 0);
+        void* p = ndMallocEx(64);
+        ndFreeEx(p);
+    });
 }
 
 TEST(HostArrays, SizeArgumentsInTheHostConvention) {
