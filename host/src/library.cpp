@@ -67,7 +67,8 @@ std::string defaultLibraryPath() {
 }
 
 BuiltinsLibrary::BuiltinsLibrary(const std::string& path) {
-    handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    // Never unloaded: oneTBB, which it brings in, keeps worker threads alive.
+    handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (!handle_) detail::raise("zvhost:CannotLoadLibrary", {std::string(dlerror())});
 }
 BuiltinsLibrary::~BuiltinsLibrary() {
