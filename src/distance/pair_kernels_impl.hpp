@@ -64,8 +64,10 @@ inline typename Vec<T>::type step(typename Vec<T>::type acc, typename Vec<T>::ty
         V a = absOf<T>(u - x);
         return a > acc ? a : acc;  // NaN differences never win
     } else {
-        // Hamming: the comparison mask is -1 where unequal.
-        return acc - __builtin_convertvector(u != x, V);
+        // Hamming: the mask is all ones where unequal; and-ed with the bits
+        // of 1 it gives 1 there, with no integer-to-float conversion.
+        using B = typename Vec<T>::bits;
+        return acc + (V)((B)(u != x) & (B)splat<V>(T(1)));
     }
 }
 
@@ -120,11 +122,11 @@ void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
                 if (!t.marks && jStart == j0 && jEnd == j0 + L) {
                     // The whole panel lies right of the diagonal: finish and
                     // store it by vectors.
+#pragma GCC unroll 4
                     for (size_t v = 0; v < NV; ++v) {
-                        T lanes[VL];
-                        std::memcpy(lanes, &acc[v], sizeof(V));
-                        for (size_t l = 0; l < VL; ++l) lanes[l] = finish<T, M>(lanes[l], p);
-                        std::memcpy(out + j0 + v * VL, lanes, sizeof(V));
+                        V r = acc[v];
+                        for (size_t l = 0; l < VL; ++l) r[l] = finish<T, M>(r[l], p);
+                        std::memcpy(out + j0 + v * VL, &r, sizeof(V));
                     }
                     continue;
                 }
