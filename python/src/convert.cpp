@@ -251,6 +251,25 @@ py::object numericToPython(const ndArray* a) {
     return out;
 }
 
+// Large real arrays are handed to numpy without a copy: the array keeps the
+// host array alive through a capsule and destroys it when numpy is done.
+constexpr size_t kAdoptMinElements = size_t(1) << 15;
+
+template <class T>
+py::object adoptNumeric(zvhost::Owned& owned) {
+    const std::vector<size_t> dims = dimsOf(owned.get());
+    std::vector<py::ssize_t> shape(dims.begin(), dims.end()), strides(dims.size());
+    py::ssize_t stride = sizeof(T);
+    for (size_t k = 0; k < dims.size(); ++k) {
+        strides[k] = stride;
+        stride *= py::ssize_t(dims[k]);
+    }
+    T* data = static_cast<T*>(ndGetData(owned.get()));
+    py::capsule keeper(owned.get(), [](void* p) { ndDestroyArray(static_cast<ndArray*>(p)); });
+    owned.release();
+    return py::array_t<T>(shape, strides, data, keeper);
+}
+
 template <class T>
 py::object complexToPython(const ndArray* a) {
     const std::vector<size_t> dims = dimsOf(a);
@@ -403,6 +422,20 @@ zvhost::Owned makeArray(const std::string& cls, const py::object& shape, const p
     if (cls == "RandStream")
         return zvhost::Owned(zvhost::createStreamObject(zvhost::makeStream(data.is_none() ? 0u : data.cast<uint32_t>())));
     return zvhost::Owned(zvhost::createHostObject(cls));
+}
+
+py::object toPythonAdopting(zvhost::Owned&& owned) {
+    const ndArray* a = owned.get();
+    const ndClassID cls = ndGetClassID(a);
+    if (!ndIsSparse(a) && !ndIsComplex(a) && cls != ndLOGICAL_CLASS && ndIsNumeric(a) &&
+        ndGetNumberOfElements(a) >= kAdoptMinElements) {
+        py::object out;
+        if (visitElementType(cls, [&](auto tag) {
+                if constexpr (!std::is_same_v<decltype(tag), bool>) out = adoptNumeric<decltype(tag)>(owned);
+            }))
+            return out;
+    }
+    return toPython(a);
 }
 
 }  // namespace zvpy

@@ -32,6 +32,8 @@ zvhost::Owned toHost(py::handle value);
 
 // A Python value holding a copy of `a`; `a` stays with the caller.
 py::object toPython(const ndArray* a);
+// The same for an array the caller owns; large real arrays move into numpy.
+py::object toPythonAdopting(zvhost::Owned&& owned);
 
 // zvstats.Array(cls, shape, data): a host array of any class, by class name.
 zvhost::Owned makeArray(const std::string& cls, const py::object& shape, const py::object& data);

@@ -118,8 +118,8 @@ py::list call(const std::string& name, int numOutputs, const py::args& inputs) {
         throw py::error_already_set();
     }
     py::list result;
-    for (const auto& a : outputs)
-        if (a) result.append(toPython(a.get()));
+    for (auto& a : outputs)
+        if (a) result.append(toPythonAdopting(std::move(a)));
     return result;
 }
 
