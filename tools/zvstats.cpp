@@ -5,18 +5,11 @@
 #include <string>
 
 #include "demo/demo.hpp"
+#include "frame/gateway_list.hpp"
 
 namespace {
 
-struct GatewayEntry {
-    const char* name;
-    bool implemented;
-};
-constexpr GatewayEntry kGateways[] = {
-#define ZV_GATEWAY(NAME, IMPLEMENTED) {NAME, IMPLEMENTED != 0},
-#include "frame/gateways.def"
-#undef ZV_GATEWAY
-};
+using zv::frame::kGateways;
 
 int list(const zvhost::BuiltinsLibrary& library) {
     int implemented = 0;

@@ -20,6 +20,7 @@
 #include "errors.hpp"
 #include "sigint.hpp"
 #include "zvhost/arrays.hpp"
+#include "frame/gateway_list.hpp"
 
 namespace zvpy {
 
@@ -27,15 +28,7 @@ namespace {
 
 using namespace pybind11::literals;
 
-struct GatewayEntry {
-    const char* name;
-    bool implemented;
-};
-constexpr GatewayEntry kGateways[] = {
-#define ZV_GATEWAY(NAME, IMPLEMENTED) {NAME, IMPLEMENTED != 0},
-#include "frame/gateways.def"
-#undef ZV_GATEWAY
-};
+using zv::frame::kGateways;
 
 // Loaded at import and never unloaded: TBB's worker threads may still hold
 // code of the library when the interpreter exits.

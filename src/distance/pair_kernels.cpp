@@ -1,5 +1,6 @@
 // Panel layout of the observations and the choice of kernel at run time.
 #include "distance/pair_kernels.hpp"
+#include "distance/pair_kernels_isa.hpp"
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
@@ -8,15 +9,6 @@
 #include <new>
 
 namespace zv::distance {
-
-namespace avx2 {
-void computeRows(const TriangleTask<double>&, size_t, size_t);
-void computeRows(const TriangleTask<float>&, size_t, size_t);
-}  // namespace avx2
-namespace generic {
-void computeRows(const TriangleTask<double>&, size_t, size_t);
-void computeRows(const TriangleTask<float>&, size_t, size_t);
-}  // namespace generic
 
 namespace {
 template <class T>

@@ -5,19 +5,8 @@
 #include <random>
 #include <thread>
 
-#include "distance/pair_kernels.hpp"
+#include "distance/pair_kernels_isa.hpp"
 #include "support/gateways.hpp"
-
-namespace zv::distance {
-namespace avx2 {
-void computeRows(const TriangleTask<double>&, size_t, size_t);
-void computeRows(const TriangleTask<float>&, size_t, size_t);
-}  // namespace avx2
-namespace generic {
-void computeRows(const TriangleTask<double>&, size_t, size_t);
-void computeRows(const TriangleTask<float>&, size_t, size_t);
-}  // namespace generic
-}  // namespace zv::distance
 
 namespace {
 

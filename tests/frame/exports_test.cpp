@@ -7,18 +7,11 @@
 #include <string>
 
 #include "zvhost/control.hpp"
+#include "frame/gateway_list.hpp"
 
 namespace {
 
-struct Entry {
-    const char* name;
-    bool implemented;
-};
-constexpr Entry kGateways[] = {
-#define ZV_GATEWAY(NAME, IMPLEMENTED) {NAME, IMPLEMENTED != 0},
-#include "frame/gateways.def"
-#undef ZV_GATEWAY
-};
+using zv::frame::kGateways;
 
 std::set<std::string> dynamicSymbols(const std::string& path) {
     std::set<std::string> names;

@@ -1,0 +1,15 @@
+// The per-instruction-set builds of the pair kernels, chosen at run time.
+#pragma once
+
+#include "distance/pair_kernels.hpp"
+
+namespace zv::distance {
+namespace avx2 {
+void computeRows(const TriangleTask<double>&, size_t, size_t);
+void computeRows(const TriangleTask<float>&, size_t, size_t);
+}  // namespace avx2
+namespace generic {
+void computeRows(const TriangleTask<double>&, size_t, size_t);
+void computeRows(const TriangleTask<float>&, size_t, size_t);
+}  // namespace generic
+}  // namespace zv::distance
