@@ -14,30 +14,13 @@
 #include <vector>
 
 #include "distance/distance_one.hpp"
+#include "distance/nan_marks.hpp"
 #include "frame/blas.hpp"
 #include "frame/message_ids.hpp"
 
 namespace zv::distance {
 
 namespace {
-
-// Per observation 0, or NaN if it holds a NaN. Empty when X holds no NaN at
-// all, found by one scan that stops at the first NaN.
-template <class T>
-std::vector<T> nanMarks(const T* x, size_t n, size_t p) {
-    const T* end = x + n * p;
-    const T* first = x;
-    while (first != end && !std::isnan(*first)) ++first;
-    if (first == end) return {};
-    std::vector<T> marks(n, T(0));
-    for (size_t j = 0; j < n; ++j)
-        for (size_t k = 0; k < p; ++k)
-            if (std::isnan(x[j * p + k])) {
-                marks[j] = std::numeric_limits<T>::quiet_NaN();
-                break;
-            }
-    return marks;
-}
 
 template <class Body>
 void runRows(size_t n, const Body& body) {

@@ -11,6 +11,12 @@ void dgemv_(const char* trans, const int* m, const int* n, const double* alpha, 
 void sgemv_(const char* trans, const int* m, const int* n, const float* alpha, const float* a,
             const int* lda, const float* x, const int* incx, const float* beta, float* y,
             const int* incy, size_t transLength);
+void dgemm_(const char* transa, const char* transb, const int* m, const int* n, const int* k,
+            const double* alpha, const double* a, const int* lda, const double* b, const int* ldb,
+            const double* beta, double* c, const int* ldc, size_t, size_t);
+void sgemm_(const char* transa, const char* transb, const int* m, const int* n, const int* k,
+            const float* alpha, const float* a, const int* lda, const float* b, const int* ldb,
+            const float* beta, float* c, const int* ldc, size_t, size_t);
 void dtrmv_(const char* uplo, const char* trans, const char* diag, const int* n, const double* a,
             const int* lda, double* x, const int* incx, size_t, size_t, size_t);
 void strmv_(const char* uplo, const char* trans, const char* diag, const int* n, const float* a,
@@ -26,6 +32,14 @@ inline void gemv(const char* trans, int m, int n, double alpha, const double* a,
 inline void gemv(const char* trans, int m, int n, float alpha, const float* a, int lda,
                  const float* x, int incx, float beta, float* y, int incy) {
     sgemv_(trans, &m, &n, &alpha, a, &lda, x, &incx, &beta, y, &incy, 1);
+}
+inline void gemm(const char* ta, const char* tb, int m, int n, int k, double alpha, const double* a,
+                 int lda, const double* b, int ldb, double beta, double* c, int ldc) {
+    dgemm_(ta, tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc, 1, 1);
+}
+inline void gemm(const char* ta, const char* tb, int m, int n, int k, float alpha, const float* a,
+                 int lda, const float* b, int ldb, float beta, float* c, int ldc) {
+    sgemm_(ta, tb, &m, &n, &k, &alpha, a, &lda, b, &ldb, &beta, c, &ldc, 1, 1);
 }
 inline void trmv(const char* uplo, const char* trans, const char* diag, int n, const double* a,
                  int lda, double* x, int incx) {

@@ -1,0 +1,116 @@
+// The cross-distance engine: picks the metric policy for a code and runs the
+// functor of the requested mode.
+#include "distance/pdist2.hpp"
+
+#include <tbb/blocked_range.h>
+#include <tbb/blocked_range2d.h>
+#include <tbb/parallel_for.h>
+
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "distance/cross_distance.hpp"
+#include "distance/nan_marks.hpp"
+#include "frame/blas.hpp"
+#include "frame/message_ids.hpp"
+
+namespace zv::distance {
+
+namespace {
+
+template <class T>
+class CrossRun {
+public:
+    CrossRun(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt)
+        : pr_(pr), interrupt_(interrupt) {}
+
+    // Runs the mode's functor for one metric policy.
+    template <class Metric>
+    void operator()(Metric metric, const T* marksX = nullptr, const T* marksY = nullptr) const {
+        const Pdist2Problem<T>& p = pr_;
+        if (p.radius >= 0) {
+            if (p.ny == 0) return;
+            tbb::parallel_for(tbb::blocked_range<size_t>(0, p.ny, 1),
+                              MetricDistanceRadius<T, Metric>(p.x, p.y, p.nx, p.ny, p.p, p.radius, *p.results,
+                                                              interrupt_, metric, marksX, marksY),
+                              tbb::auto_partitioner());
+        } else if (p.sign != 0) {
+            if (p.ny == 0) return;
+            tbb::parallel_for(tbb::blocked_range<size_t>(0, p.ny, 1),
+                              MetricDistanceKNN<T, Metric>(p.x, p.y, p.nx, p.ny, p.p, p.K, p.sign, p.D, p.I,
+                                                           interrupt_, metric, marksX, marksY),
+                              tbb::auto_partitioner());
+        } else {
+            if (p.nx == 0 || p.ny == 0) return;
+            tbb::parallel_for(tbb::blocked_range2d<size_t, size_t>(0, p.ny, 1, 0, p.nx, 1),
+                              MetricDistanceTwo<T, Metric>(p.x, p.y, p.nx, p.ny, p.p, p.D, interrupt_, metric,
+                                                           marksX, marksY),
+                              tbb::auto_partitioner());
+        }
+    }
+
+private:
+    const Pdist2Problem<T>& pr_;
+    const std::shared_ptr<InterruptStateData>& interrupt_;
+};
+
+// The full cosine-family matrix is one product X^T Y on the calling thread.
+template <class T>
+void similarityMatrix(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
+    if (pr.nx == 0 || pr.ny == 0) return;
+    const int lda = int(pr.p ? pr.p : 1);
+    blas::gemm("T", "N", int(pr.nx), int(pr.ny), int(pr.p), T(1), pr.x, lda, pr.y, lda, T(0), pr.D, int(pr.nx));
+    for (size_t j = 0; j < pr.ny; ++j) {
+        InterruptState::ThrowIfInterruptPending(interrupt);
+        T* column = pr.D + j * pr.nx;
+        for (size_t i = 0; i < pr.nx; ++i) column[i] = column[i] > T(1) ? T(0) : T(1) - column[i];
+    }
+}
+
+}  // namespace
+
+template <class T>
+void pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
+    auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
+    const CrossRun<T> run(pr, interrupt);
+    const bool hasWeights = pr.extra && pr.extraCount >= pr.p;
+    const bool hasFactor = pr.p == 0 || (pr.extra && pr.extraCount >= pr.p * pr.p);
+
+    if (is("euc") || is("sqe")) {
+        run(EuclideanMetric<T>{.squared = is("sqe")});
+    } else if (is("seu")) {
+        if (hasWeights) run(SEuclideanMetric<T>{.weights = pr.extra});
+        else run(UndefinedMetric<T>{});
+    } else if (is("cit")) {
+        run(CityBlockMetric<T>{});
+    } else if (is("mah")) {
+        if (!hasFactor) return run(UndefinedMetric<T>{});
+        try {
+            run(MahalanobisMetric<T>{.factor = pr.extra});
+        } catch (const std::bad_alloc&) {
+            ndErrMsgId(stats::pdist2bif::MemoryLessThanXBytes(long(sizeof(T) * pr.p)));
+        }
+    } else if (is("min")) {
+        run(MinkowskiMetric<T>{.exponent = pr.exponent, .inverse = T(1) / pr.exponent});
+    } else if (is("cos") || is("cor") || is("spe")) {
+        if (pr.radius < 0 && pr.sign == 0) similarityMatrix(pr, interrupt);
+        else run(CosCorMetric<T>{});
+    } else if (is("ham") || is("jac") || is("che")) {
+        std::vector<T> marksX = nanMarks(pr.x, pr.nx, pr.p), marksY = nanMarks(pr.y, pr.ny, pr.p);
+        if (!marksX.empty() || !marksY.empty()) {
+            marksX.resize(pr.nx, T(0));
+            marksY.resize(pr.ny, T(0));
+        }
+        const T* mx = marksX.empty() ? nullptr : marksX.data();
+        const T* my = marksY.empty() ? nullptr : marksY.data();
+        if (is("ham")) run(HammingMetric<T>{}, mx, my);
+        else if (is("jac")) run(JaccardMetric<T>{}, mx, my);
+        else run(ChebychevMetric<T>{}, mx, my);
+    }
+}
+
+template void pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
+template void pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
+
+}  // namespace zv::distance
