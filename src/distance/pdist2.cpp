@@ -71,7 +71,7 @@ void similarityMatrix(const Pdist2Problem<T>& pr, const std::shared_ptr<Interrup
 }  // namespace
 
 template <class T>
-void pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
+bool pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
     auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
     const CrossRun<T> run(pr, interrupt);
     const bool hasWeights = pr.extra && pr.extraCount >= pr.p;
@@ -85,7 +85,10 @@ void pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptSta
     } else if (is("cit")) {
         run(CityBlockMetric<T>{});
     } else if (is("mah")) {
-        if (!hasFactor) return run(UndefinedMetric<T>{});
+        if (!hasFactor) {
+            run(UndefinedMetric<T>{});
+            return true;
+        }
         try {
             run(MahalanobisMetric<T>{.factor = pr.extra});
         } catch (const std::bad_alloc&) {
@@ -107,10 +110,13 @@ void pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptSta
         if (is("ham")) run(HammingMetric<T>{}, mx, my);
         else if (is("jac")) run(JaccardMetric<T>{}, mx, my);
         else run(ChebychevMetric<T>{}, mx, my);
+    } else {
+        return false;
     }
+    return true;
 }
 
-template void pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
-template void pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
+template bool pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
+template bool pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
 
 }  // namespace zv::distance

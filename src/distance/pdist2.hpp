@@ -28,12 +28,13 @@ struct Pdist2Problem {
 };
 
 // Fills D and I, or the hit lists (unsorted). An unknown code computes
-// nothing. "seu" and "mah" without enough weights or factor values give NaN.
+// nothing and gives false. "seu" and "mah" without enough weights or factor
+// values give NaN.
 template <class T>
-void pdist2Engine(const Pdist2Problem<T>& problem, const std::shared_ptr<InterruptStateData>& interrupt);
+bool pdist2Engine(const Pdist2Problem<T>& problem, const std::shared_ptr<InterruptStateData>& interrupt);
 
-extern template void pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
-extern template void pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
+extern template bool pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
+extern template bool pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
 
 }  // namespace zv::distance
 

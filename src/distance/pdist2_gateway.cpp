@@ -94,8 +94,8 @@ void pdist2Typed(int numOutputs, ndArray** outputs, int numInputs, const ndArray
     // Without a seventh input the hits are sorted, as with an empty one.
     const bool sort = isEmptyOrAbsent(numInputs, inputs, 6) || ndGetScalar(inputs[6]) != 0;
 
-    zv::distance::pdist2Engine(pr, interrupt);
-    if (radius >= 0) fillCells(results, sort, first.get(), second.get());
+    const bool known = zv::distance::pdist2Engine(pr, interrupt);
+    if (radius >= 0 && known) fillCells(results, sort, first.get(), second.get());
 
     outputs[0] = matrix::to_host(std::move(first));
     if (numOutputs > 1) outputs[1] = matrix::to_host(std::move(second));
