@@ -11,6 +11,7 @@
 
 #include "distance/cross_metrics.hpp"
 #include "distance/distance_two.hpp"
+#include "distance/pair_kernels.hpp"
 #include "host/host.hpp"
 
 namespace zv::distance {
@@ -46,6 +47,49 @@ struct PairValues {
         if (marksX && (marksX[i] != 0 || marksY[j] != 0)) return marksX[i] + marksY[j];
         return metric.value(X + i * p, Y + j * p, p, scratch);
     }
+    // A value computed elsewhere, with the missing-data rule applied.
+    T marked(size_t i, size_t j, T v) const {
+        return marksX && (marksX[i] != 0 || marksY[j] != 0) ? marksX[i] + marksY[j] : v;
+    }
+};
+
+// Walks blocks of (column of Y, column of X) values through the vectorised
+// panel kernels: tiles of Y columns outside, panels of X inside, so that a
+// panel read once serves the whole tile from cache.
+template <class T>
+struct PanelWalker {
+    static constexpr size_t kTile = 32;
+    const ObservationPanels<T>* panels;
+    PairMetric metric;
+    const T* Y;
+    size_t p;
+    const T* weights;
+
+    // Calls g(j, i0, count, values) for runs of values of the pairs (j, i0 +
+    // k), j in [jb, je), i in [ib, ie); for each j the runs ascend in i.
+    template <class G>
+    void blocks(size_t jb, size_t je, size_t ib, size_t ie, G&& g) const {
+        constexpr size_t L = ObservationPanels<T>::kLanes;
+        alignas(64) T values[kTile * L];
+        const T* observations[kTile];
+        for (size_t j0 = jb; j0 < je; j0 += kTile) {
+            const size_t count = je - j0 < kTile ? je - j0 : kTile;
+            for (size_t c = 0; c < count; ++c) observations[c] = Y + (j0 + c) * p;
+            for (size_t pb = ib / L; pb * L < ie; ++pb) {
+                computeCrossBlock(CrossBlock<T>{metric, observations, count, panels->panel(pb, p), p, weights, values});
+                const size_t lo = ib > pb * L ? ib : pb * L, hi = ie < pb * L + L ? ie : pb * L + L;
+                for (size_t c = 0; c < count; ++c) g(j0 + c, lo, hi - lo, values + c * L + (lo - pb * L));
+            }
+        }
+    }
+
+    // Calls f(j, i, value) for each pair, in the order of blocks().
+    template <class F>
+    void operator()(size_t jb, size_t je, size_t ib, size_t ie, F&& f) const {
+        blocks(jb, je, ib, ie, [&](size_t j, size_t i0, size_t count, const T* v) {
+            for (size_t k = 0; k < count; ++k) f(j, i0 + k, v[k]);
+        });
+    }
 };
 
 template <class T, class Metric>
@@ -53,11 +97,24 @@ class MetricDistanceTwo : public DistanceTwo<T> {
 public:
     MetricDistanceTwo(const T* X, const T* Y, size_t nx, size_t ny, size_t p, T* D,
                       const std::shared_ptr<InterruptStateData>& interrupt, Metric metric,
-                      const T* marksX = nullptr, const T* marksY = nullptr)
-        : DistanceTwo<T>(X, Y, nx, ny, p, D, interrupt), pairs_{X, Y, p, metric, marksX, marksY} {}
+                      const T* marksX = nullptr, const T* marksY = nullptr, const PanelWalker<T>* walker = nullptr)
+        : DistanceTwo<T>(X, Y, nx, ny, p, D, interrupt), pairs_{X, Y, p, metric, marksX, marksY}, walker_(walker) {}
 
     void operator()(const tbb::blocked_range2d<size_t, size_t>& r) const override {
         InterruptState::ThrowIfInterruptPending(this->interrupt);
+        if (walker_) {
+            walker_->blocks(r.rows().begin(), r.rows().end(), r.cols().begin(), r.cols().end(),
+                            [&](size_t j, size_t i0, size_t count, const T* v) {
+                                T* out = this->D + j * this->nx + i0;
+                                if (pairs_.marksX) {
+                                    for (size_t k = 0; k < count; ++k)
+                                        out[k] = pairs_.metric.finish(pairs_.marked(i0 + k, j, v[k]));
+                                } else {
+                                    for (size_t k = 0; k < count; ++k) out[k] = pairs_.metric.finish(v[k]);
+                                }
+                            });
+            return;
+        }
         PairScratch<T, Metric> scratch(this->p);
         for (size_t j = r.rows().begin(); j != r.rows().end(); ++j)
             for (size_t i = r.cols().begin(); i != r.cols().end(); ++i)
@@ -66,6 +123,7 @@ public:
 
 private:
     PairValues<T, Metric> pairs_;
+    const PanelWalker<T>* walker_;
 };
 
 template <class T, class Metric>
@@ -73,36 +131,54 @@ class MetricDistanceKNN : public DistanceKNN<T> {
 public:
     MetricDistanceKNN(const T* X, const T* Y, size_t nx, size_t ny, size_t p, size_t K, int sign, T* D,
                       double* I, const std::shared_ptr<InterruptStateData>& interrupt, Metric metric,
-                      const T* marksX = nullptr, const T* marksY = nullptr)
-        : DistanceKNN<T>(X, Y, nx, ny, p, K, sign, D, I, interrupt), pairs_{X, Y, p, metric, marksX, marksY} {}
+                      const T* marksX = nullptr, const T* marksY = nullptr, const PanelWalker<T>* walker = nullptr)
+        : DistanceKNN<T>(X, Y, nx, ny, p, K, sign, D, I, interrupt),
+          pairs_{X, Y, p, metric, marksX, marksY},
+          walker_(walker) {}
 
     // Values are ranked times the sign, so that the K largest are the K
     // smallest of the negated values; roots are taken once per kept entry.
     void operator()(const tbb::blocked_range<size_t>& r) const override {
         InterruptState::ThrowIfInterruptPending(this->interrupt);
-        PairScratch<T, Metric> scratch(this->p);
         const size_t K = this->K;
         const T sign = T(this->sign);
-        std::vector<idxDistPdist2<T>> heap;
-        heap.reserve(K);
-        for (size_t j = r.begin(); j != r.end(); ++j) {
-            heap.clear();
-            for (size_t i = 0; i < this->nx; ++i) {
-                const idxDistPdist2<T> c{sign * pairs_(i, j, scratch.get()), i};
-                if (heap.size() < K) {
-                    heap.push_back(c);
-                    if (heap.size() == K) std::make_heap(heap.begin(), heap.end());
-                } else if (heap.front() > c) {
-                    std::pop_heap(heap.begin(), heap.end());
-                    heap.back() = c;
-                    std::push_heap(heap.begin(), heap.end());
-                }
+        if (walker_) {
+            // One heap per column of a tile, filled panel by panel.
+            std::vector<std::vector<idxDistPdist2<T>>> heaps(PanelWalker<T>::kTile);
+            for (auto& h : heaps) h.reserve(K);
+            for (size_t j0 = r.begin(); j0 < r.end(); j0 += PanelWalker<T>::kTile) {
+                const size_t j1 = r.end() - j0 < PanelWalker<T>::kTile ? r.end() : j0 + PanelWalker<T>::kTile;
+                for (auto& h : heaps) h.clear();
+                walker_->blocks(j0, j1, 0, this->nx, [&](size_t j, size_t i0, size_t count, const T* v) {
+                    auto& heap = heaps[j - j0];
+                    size_t k = 0;
+                    for (; k < count && (heap.size() < K || pairs_.marksX); ++k)
+                        offer(heap, {sign * pairs_.marked(i0 + k, j, v[k]), i0 + k}, K);
+                    // A full heap and no missing data: most runs hold no value
+                    // below the top, which one branch-free pass tells.
+                    if (k == count) return;
+                    T worst = heap.front().dist;
+                    bool any = std::isnan(worst);
+                    for (size_t m = k; m < count; ++m) any |= sign * v[m] < worst;
+                    if (!any) return;
+                    for (; k < count; ++k) {
+                        const T c = sign * v[k];
+                        if (c < worst || std::isnan(worst)) {
+                            offer(heap, {c, i0 + k}, K);
+                            worst = heap.front().dist;
+                        }
+                    }
+                });
+                for (size_t j = j0; j < j1; ++j) store(heaps[j - j0], j);
             }
-            if (heap.size() == K) std::sort_heap(heap.begin(), heap.end());
-            else std::sort(heap.begin(), heap.end());
-            for (size_t k = 0; k < heap.size(); ++k) {
-                this->D[j * K + k] = heap[k].dist;
-                if (this->I) this->I[j * K + k] = double(heap[k].idx + 1);
+        } else {
+            PairScratch<T, Metric> scratch(this->p);
+            std::vector<idxDistPdist2<T>> heap;
+            heap.reserve(K);
+            for (size_t j = r.begin(); j != r.end(); ++j) {
+                heap.clear();
+                for (size_t i = 0; i < this->nx; ++i) offer(heap, {sign * pairs_(i, j, scratch.get()), i}, K);
+                store(heap, j);
             }
         }
         for (size_t j = r.begin(); j != r.end(); ++j)
@@ -110,7 +186,35 @@ public:
     }
 
 private:
+    // Keeps the K least candidates; the greatest kept stands on top. The
+    // candidates of one column come in ascending index, so one that ties
+    // with the top never enters, and the test needs no index.
+    static void offer(std::vector<idxDistPdist2<T>>& heap, const idxDistPdist2<T>& c, size_t K) {
+        if (heap.size() < K) {
+            heap.push_back(c);
+            if (heap.size() == K) std::make_heap(heap.begin(), heap.end());
+            return;
+        }
+        const T worst = heap.front().dist;
+        if (c.dist < worst || (std::isnan(worst) && !std::isnan(c.dist))) {
+            std::pop_heap(heap.begin(), heap.end());
+            heap.back() = c;
+            std::push_heap(heap.begin(), heap.end());
+        }
+    }
+
+    void store(std::vector<idxDistPdist2<T>>& heap, size_t j) const {
+        const size_t K = this->K;
+        if (heap.size() == K) std::sort_heap(heap.begin(), heap.end());
+        else std::sort(heap.begin(), heap.end());
+        for (size_t k = 0; k < heap.size(); ++k) {
+            this->D[j * K + k] = heap[k].dist;
+            if (this->I) this->I[j * K + k] = double(heap[k].idx + 1);
+        }
+    }
+
     PairValues<T, Metric> pairs_;
+    const PanelWalker<T>* walker_;
 };
 
 template <class T, class Metric>
@@ -118,28 +222,37 @@ class MetricDistanceRadius : public DistanceRadius<T> {
 public:
     MetricDistanceRadius(const T* X, const T* Y, size_t nx, size_t ny, size_t p, T radius,
                          RadiusResults<T>& results, const std::shared_ptr<InterruptStateData>& interrupt,
-                         Metric metric, const T* marksX = nullptr, const T* marksY = nullptr)
+                         Metric metric, const T* marksX = nullptr, const T* marksY = nullptr,
+                         const PanelWalker<T>* walker = nullptr)
         : DistanceRadius<T>(X, Y, nx, ny, p, radius, results, interrupt),
-          pairs_{X, Y, p, metric, marksX, marksY} {}
+          pairs_{X, Y, p, metric, marksX, marksY},
+          walker_(walker) {}
 
     // The test is "at most" on the value before the root, against the radius
     // raised to match; a NaN never passes.
     void operator()(const tbb::blocked_range<size_t>& r) const override {
         InterruptState::ThrowIfInterruptPending(this->interrupt);
-        PairScratch<T, Metric> scratch(this->p);
         const T bound = pairs_.metric.bound(this->radius);
-        for (size_t j = r.begin(); j != r.end(); ++j) {
-            RadiusHits<T>& hits = this->results[j];
-            for (size_t i = 0; i < this->nx; ++i) {
-                const T v = pairs_(i, j, scratch.get());
-                if (v <= bound) hits.push_back({v, i});
-            }
-            for (auto& h : hits) h.dist = pairs_.metric.finish(h.dist);
+        if (walker_) {
+            (*walker_)(r.begin(), r.end(), 0, this->nx, [&](size_t j, size_t i, T v) {
+                v = pairs_.marked(i, j, v);
+                if (v <= bound) this->results[j].push_back({v, i});
+            });
+        } else {
+            PairScratch<T, Metric> scratch(this->p);
+            for (size_t j = r.begin(); j != r.end(); ++j)
+                for (size_t i = 0; i < this->nx; ++i) {
+                    const T v = pairs_(i, j, scratch.get());
+                    if (v <= bound) this->results[j].push_back({v, i});
+                }
         }
+        for (size_t j = r.begin(); j != r.end(); ++j)
+            for (auto& h : this->results[j]) h.dist = pairs_.metric.finish(h.dist);
     }
 
 private:
     PairValues<T, Metric> pairs_;
+    const PanelWalker<T>* walker_;
 };
 
 // The metric classes, by name.

@@ -47,7 +47,15 @@ void computeTriangleRows(const TriangleTask<T>& task, size_t rowBegin, size_t ro
     else generic::computeRows(task, rowBegin, rowEnd);
 }
 
+template <class T>
+void computeCrossBlock(const CrossBlock<T>& block) {
+    if (__builtin_cpu_supports("avx2")) avx2::computeBlock(block);
+    else generic::computeBlock(block);
+}
+
 template struct ObservationPanels<double>;
+template void computeCrossBlock(const CrossBlock<double>&);
+template void computeCrossBlock(const CrossBlock<float>&);
 template struct ObservationPanels<float>;
 template void computeTriangleRows(const TriangleTask<double>&, size_t, size_t);
 template void computeTriangleRows(const TriangleTask<float>&, size_t, size_t);

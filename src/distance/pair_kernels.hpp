@@ -34,6 +34,23 @@ struct TriangleTask {
     T* y;              // condensed output
 };
 
+// Values of `count` observations against the kLanes observations of one
+// panel, into out[c * kLanes + lane]: sums before any root, or for Hamming
+// the fraction of unequal coordinates.
+template <class T>
+struct CrossBlock {
+    PairMetric metric;
+    const T* const* observations;
+    size_t count;
+    const T* panel;
+    size_t p;
+    const T* weights;  // SEuclidean
+    T* out;
+};
+
+template <class T>
+void computeCrossBlock(const CrossBlock<T>& block);
+
 // Computes rows [rowBegin, rowEnd) of the triangle into task.y.
 template <class T>
 void computeTriangleRows(const TriangleTask<T>& task, size_t rowBegin, size_t rowEnd);

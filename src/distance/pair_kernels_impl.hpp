@@ -81,6 +81,47 @@ inline T finish(T sum, size_t p) {
     else return sum;
 }
 
+template <class T>
+struct PanelSums {
+    typename Vec<T>::type v[4];
+    const typename Vec<T>::type& operator[](size_t k) const { return v[k]; }
+};
+
+// The sums of one observation u against the kLanes observations of a panel,
+// in four independent accumulators kept in registers.
+template <class T, PairMetric M>
+inline PanelSums<T> panelSums(const T* u, const T* panel, size_t p, const T* weights) {
+    using V = typename Vec<T>::type;
+    constexpr size_t L = ObservationPanels<T>::kLanes;
+    constexpr size_t VL = sizeof(V) / sizeof(T);
+    static_assert(L == 4 * VL, "the kernel keeps four vector accumulators");
+    V acc0{}, acc1{}, acc2{}, acc3{};
+    for (size_t k = 0; k < p; ++k) {
+        const V uk = splat<V>(u[k]);
+        const V wk = M == PairMetric::SEuclidean ? splat<V>(weights[k]) : V{};
+        const T* lane = panel + k * L;
+        acc0 = step<T, M>(acc0, uk, load<V>(lane), wk);
+        acc1 = step<T, M>(acc1, uk, load<V>(lane + VL), wk);
+        acc2 = step<T, M>(acc2, uk, load<V>(lane + 2 * VL), wk);
+        acc3 = step<T, M>(acc3, uk, load<V>(lane + 3 * VL), wk);
+    }
+    return PanelSums<T>{{acc0, acc1, acc2, acc3}};
+}
+
+// Cross values of several observations against one panel: sums, except the
+// Hamming count, which becomes its fraction. The panel stays in cache for all.
+template <class T, PairMetric M>
+void blockValues(const CrossBlock<T>& b) {
+    constexpr size_t L = ObservationPanels<T>::kLanes;
+    for (size_t c = 0; c < b.count; ++c) {
+        const PanelSums<T> acc = panelSums<T, M>(b.observations[c], b.panel, b.p, b.weights);
+        T* out = b.out + c * L;
+        std::memcpy(out, &acc, sizeof(acc));
+        if constexpr (M == PairMetric::Hamming)
+            for (size_t l = 0; l < L; ++l) out[l] = out[l] / T(b.p);
+    }
+}
+
 // Rows are taken in tiles so that one panel, read once from memory, serves
 // every row of the tile from the first-level cache.
 constexpr size_t kRowTile = 32;
@@ -104,19 +145,7 @@ void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
             const size_t jEnd = j0 + L < n ? j0 + L : n;
             for (size_t i = a; i < b; ++i) {
                 if (jEnd <= i + 1) continue;
-                const T* u = t.x + i * p;
-                // Four independent accumulators, kept in registers.
-                V acc0{}, acc1{}, acc2{}, acc3{};
-                for (size_t k = 0; k < p; ++k) {
-                    const V uk = splat<V>(u[k]);
-                    const V wk = M == PairMetric::SEuclidean ? splat<V>(t.weights[k]) : V{};
-                    const T* lane = panel + k * L;
-                    acc0 = step<T, M>(acc0, uk, load<V>(lane), wk);
-                    acc1 = step<T, M>(acc1, uk, load<V>(lane + VL), wk);
-                    acc2 = step<T, M>(acc2, uk, load<V>(lane + 2 * VL), wk);
-                    acc3 = step<T, M>(acc3, uk, load<V>(lane + 3 * VL), wk);
-                }
-                const V acc[NV] = {acc0, acc1, acc2, acc3};
+                const PanelSums<T> acc = panelSums<T, M>(t.x + i * p, panel, p, t.weights);
                 const size_t jStart = j0 > i + 1 ? j0 : i + 1;
                 T* out = t.y + condensedRowStart(i, n) - (i + 1);
                 if (!t.marks && jStart == j0 && jEnd == j0 + L) {
@@ -130,7 +159,7 @@ void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
                     }
                     continue;
                 }
-                std::memcpy(sums, acc, sizeof(sums));
+                std::memcpy(sums, &acc, sizeof(sums));
                 if (t.marks) {
                     const T mi = t.marks[i];
                     for (size_t j = jStart; j < jEnd; ++j) {
@@ -142,6 +171,18 @@ void rows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
                 }
             }
         }
+    }
+}
+
+template <class T>
+void dispatchBlock(const CrossBlock<T>& b) {
+    switch (b.metric) {
+    case PairMetric::Euclidean:
+    case PairMetric::SquaredEuclidean: return blockValues<T, PairMetric::Euclidean>(b);
+    case PairMetric::SEuclidean: return blockValues<T, PairMetric::SEuclidean>(b);
+    case PairMetric::CityBlock: return blockValues<T, PairMetric::CityBlock>(b);
+    case PairMetric::Chebychev: return blockValues<T, PairMetric::Chebychev>(b);
+    case PairMetric::Hamming: return blockValues<T, PairMetric::Hamming>(b);
     }
 }
 
@@ -159,6 +200,8 @@ void dispatchRows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
 
 }  // namespace
 
+void computeBlock(const CrossBlock<double>& b) { dispatchBlock(b); }
+void computeBlock(const CrossBlock<float>& b) { dispatchBlock(b); }
 void computeRows(const TriangleTask<double>& t, size_t rowBegin, size_t rowEnd) {
     dispatchRows(t, rowBegin, rowEnd);
 }

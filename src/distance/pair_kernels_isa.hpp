@@ -5,10 +5,14 @@
 
 namespace zv::distance {
 namespace avx2 {
+void computeBlock(const CrossBlock<double>&);
+void computeBlock(const CrossBlock<float>&);
 void computeRows(const TriangleTask<double>&, size_t, size_t);
 void computeRows(const TriangleTask<float>&, size_t, size_t);
 }  // namespace avx2
 namespace generic {
+void computeBlock(const CrossBlock<double>&);
+void computeBlock(const CrossBlock<float>&);
 void computeRows(const TriangleTask<double>&, size_t, size_t);
 void computeRows(const TriangleTask<float>&, size_t, size_t);
 }  // namespace generic

@@ -27,25 +27,26 @@ public:
 
     // Runs the mode's functor for one metric policy.
     template <class Metric>
-    void operator()(Metric metric, const T* marksX = nullptr, const T* marksY = nullptr) const {
+    void operator()(Metric metric, const T* marksX = nullptr, const T* marksY = nullptr,
+                    const PanelWalker<T>* walker = nullptr) const {
         const Pdist2Problem<T>& p = pr_;
         if (p.radius >= 0) {
             if (p.ny == 0) return;
             tbb::parallel_for(tbb::blocked_range<size_t>(0, p.ny, 1),
                               MetricDistanceRadius<T, Metric>(p.x, p.y, p.nx, p.ny, p.p, p.radius, *p.results,
-                                                              interrupt_, metric, marksX, marksY),
+                                                              interrupt_, metric, marksX, marksY, walker),
                               tbb::auto_partitioner());
         } else if (p.sign != 0) {
             if (p.ny == 0) return;
             tbb::parallel_for(tbb::blocked_range<size_t>(0, p.ny, 1),
                               MetricDistanceKNN<T, Metric>(p.x, p.y, p.nx, p.ny, p.p, p.K, p.sign, p.D, p.I,
-                                                           interrupt_, metric, marksX, marksY),
+                                                           interrupt_, metric, marksX, marksY, walker),
                               tbb::auto_partitioner());
         } else {
             if (p.nx == 0 || p.ny == 0) return;
             tbb::parallel_for(tbb::blocked_range2d<size_t, size_t>(0, p.ny, 1, 0, p.nx, 1),
                               MetricDistanceTwo<T, Metric>(p.x, p.y, p.nx, p.ny, p.p, p.D, interrupt_, metric,
-                                                           marksX, marksY),
+                                                           marksX, marksY, walker),
                               tbb::auto_partitioner());
         }
     }
@@ -74,16 +75,24 @@ template <class T>
 bool pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
     auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
     const CrossRun<T> run(pr, interrupt);
+    // The metrics with vectorised kernels run over panels of X built once.
+    ObservationPanels<T> panels;
+    PanelWalker<T> walker{};
+    auto panelWalker = [&](PairMetric metric) {
+        panels = ObservationPanels<T>::build(pr.x, pr.nx, pr.p);
+        walker = PanelWalker<T>{&panels, metric, pr.y, pr.p, pr.extra};
+        return &walker;
+    };
     const bool hasWeights = pr.extra && pr.extraCount >= pr.p;
     const bool hasFactor = pr.p == 0 || (pr.extra && pr.extraCount >= pr.p * pr.p);
 
     if (is("euc") || is("sqe")) {
-        run(EuclideanMetric<T>{.squared = is("sqe")});
+        run(EuclideanMetric<T>{.squared = is("sqe")}, nullptr, nullptr, panelWalker(PairMetric::Euclidean));
     } else if (is("seu")) {
-        if (hasWeights) run(SEuclideanMetric<T>{.weights = pr.extra});
+        if (hasWeights) run(SEuclideanMetric<T>{.weights = pr.extra}, nullptr, nullptr, panelWalker(PairMetric::SEuclidean));
         else run(UndefinedMetric<T>{});
     } else if (is("cit")) {
-        run(CityBlockMetric<T>{});
+        run(CityBlockMetric<T>{}, nullptr, nullptr, panelWalker(PairMetric::CityBlock));
     } else if (is("mah")) {
         if (!hasFactor) {
             run(UndefinedMetric<T>{});
@@ -107,9 +116,9 @@ bool pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptSta
         }
         const T* mx = marksX.empty() ? nullptr : marksX.data();
         const T* my = marksY.empty() ? nullptr : marksY.data();
-        if (is("ham")) run(HammingMetric<T>{}, mx, my);
+        if (is("ham")) run(HammingMetric<T>{}, mx, my, panelWalker(PairMetric::Hamming));
         else if (is("jac")) run(JaccardMetric<T>{}, mx, my);
-        else run(ChebychevMetric<T>{}, mx, my);
+        else run(ChebychevMetric<T>{}, mx, my, panelWalker(PairMetric::Chebychev));
     } else {
         return false;
     }
