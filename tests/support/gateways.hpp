@@ -12,6 +12,7 @@
 #include "zvhost/arrays.hpp"
 
 void pdistbif(int, ndArray**, int, const ndArray**);
+void pdist2bif(int, ndArray**, int, const ndArray**);
 void statsizechkBIF(int, ndArray**, int, const ndArray**);
 void probeCallFunction(int, ndArray**, int, const ndArray**);
 
