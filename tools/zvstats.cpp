@@ -28,6 +28,7 @@ int demo(const zvhost::BuiltinsLibrary& library) {
     std::printf("zvstats demo: the builtins on embedded default data\n");
     zvdemo::demoFrame(session);
     zvdemo::demoDistance(session);
+    zvdemo::demoNeighbours(session);
     return 0;
 }
 

@@ -36,5 +36,6 @@ void heading(const char* title);
 
 void demoFrame(const Session& s);
 void demoDistance(const Session& s);
+void demoNeighbours(const Session& s);
 
 }  // namespace zvdemo
