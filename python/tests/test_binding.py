@@ -205,7 +205,11 @@ def test_host_error_carries_identifier_and_arguments():
     assert isinstance(err.value, Exception)
 
 
-@pytest.mark.parametrize("name", ["noSuchGateway", "pdist2bif", "classregtree::growTree", "pdistbif::inner", ""])
+# Names that are not exported: made up, or listed but not built yet.
+NOT_EXPORTED = ["noSuchGateway", "pdistbif::inner", ""] + [n for n, built in zvstats.list() if not built][:2]
+
+
+@pytest.mark.parametrize("name", NOT_EXPORTED)
 def test_unexported_gateway(name):
     with pytest.raises(zvstats.HostError) as err:
         zvstats.call(name, 1, 1.0)
