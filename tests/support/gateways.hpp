@@ -12,6 +12,9 @@
 #include "zvhost/arrays.hpp"
 
 void pdistbif(int, ndArray**, int, const ndArray**);
+void pdistSparseBIF(int, ndArray**, int, const ndArray**);
+void pdist2SparseBIF(int, ndArray**, int, const ndArray**);
+void pdist2HeterogeneousBIF(int, ndArray**, int, const ndArray**);
 void pdist2bif(int, ndArray**, int, const ndArray**);
 void statsizechkBIF(int, ndArray**, int, const ndArray**);
 void probeCallFunction(int, ndArray**, int, const ndArray**);

@@ -50,6 +50,22 @@ void demoDistance(const Session& s) {
                     ndGetScalar(out[0].get()));
     }
 
+    heading("pdistSparseBIF: the same pair stored sparse");
+    // Only the non-zeros are stored: u keeps rows 0, 2, 3 and v rows 0, 3.
+    zvhost::Owned sparsePair(zvhost::createSparse(4, 2, 5));
+    const double storedValues[] = {1, 2, 5, 3, 5};
+    const size_t storedRows[] = {0, 2, 3, 0, 3}, columnStarts[] = {0, 3, 5};
+    for (size_t k = 0; k < 5; ++k) {
+        static_cast<double*>(ndGetData(sparsePair.get()))[k] = storedValues[k];
+        ndGetRowIndices(sparsePair.get())[k] = storedRows[k];
+    }
+    for (size_t j = 0; j < 3; ++j) ndGetColumnStarts(sparsePair.get())[j] = columnStarts[j];
+    for (const char* metric : {"euclidean", "cityblock", "hamming", "jaccard"}) {
+        auto code = zvhost::text(metric);
+        auto out = s.call("pdistSparseBIF", 1, {sparsePair.get(), code.get()});
+        std::printf("  %-12s %.6f\n", metric, ndGetScalar(out[0].get()));
+    }
+
     heading("pdistbif: single precision agrees");
     std::vector<float> xf(blobs.x.begin(), blobs.x.end());
     auto xs = zvhost::matrixOf<float>(blobs.dims, blobs.n, std::span<const float>(xf));
@@ -58,6 +74,21 @@ void demoDistance(const Session& s) {
     double worst = 0;
     for (size_t i = 0; i < d.size(); ++i) worst = std::max(worst, std::fabs(double(ds[i]) - d[i]) / d[i]);
     std::printf("  largest relative difference from double: %.2e\n", worst);
+
+    heading("pdist2HeterogeneousBIF: colour and size (categorical) with weight (continuous)");
+    // One observation per column: (colour, size, weight). The caller passes
+    // each category's count and the weight scaled to [0, 1] by its range.
+    const double raw[] = {1, 2, 70, 1, 3, 82, 2, 2, 64, 3, 1, 55};
+    const double frequencies[] = {2, 2, 15.0 / 27, 2, 1, 1, 1, 2, 9.0 / 27, 1, 1, 0};
+    auto mixed = zvhost::matrixOf<double>(3, 4, std::span<const double>(raw));
+    auto counts = zvhost::matrixOf<double>(3, 4, std::span<const double>(frequencies));
+    auto categorical = zvhost::matrixOf<uint64_t>(1, 2, {1, 2});
+    for (const char* measure : {"lin", "goodall", "ofd"}) {
+        auto code = zvhost::text(measure);
+        auto out = s.call("pdist2HeterogeneousBIF", 1,
+                          {mixed.get(), mixed.get(), code.get(), counts.get(), counts.get(), categorical.get()});
+        printMatrix(("  " + std::string(measure)).c_str(), static_cast<const double*>(ndGetData(out[0].get())), 4, 4);
+    }
 }
 
 }  // namespace zvdemo

@@ -1,0 +1,72 @@
+// pdist2HeterogeneousBIF: distances between the columns of X and of Y whose
+// coordinates are partly categorical, with the caller's frequency matrices.
+#include "distance/heterogeneous.hpp"
+#include "frame/gateway.hpp"
+
+namespace {
+
+namespace ids = stats::pdist2bif;
+
+// Bytes of numbers behind ndGetData(a). F, G and C are read as another type
+// than their class without a test, so the engine is told where they end.
+size_t storedBytes(const ndArray* a) {
+    size_t elementBytes = 0;
+    switch (ndGetClassID(a)) {
+    case ndLOGICAL_CLASS: case ndINT8_CLASS: case ndUINT8_CLASS: elementBytes = 1; break;
+    case ndCHAR_CLASS: case ndINT16_CLASS: case ndUINT16_CLASS: elementBytes = 2; break;
+    case ndSINGLE_CLASS: case ndINT32_CLASS: case ndUINT32_CLASS: elementBytes = 4; break;
+    case ndDOUBLE_CLASS: case ndINT64_CLASS: case ndUINT64_CLASS: elementBytes = 8; break;
+    default: return 0;  // cells, functions, objects: no numbers
+    }
+    // A sparse array stores only its non-zeros.
+    const size_t count = ndIsSparse(a) ? ndGetColumnStarts(a)[ndGetN(a)] : ndGetNumberOfElements(a);
+    return count * elementBytes;
+}
+
+template <class T>
+void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
+                        const std::shared_ptr<InterruptStateData>& interrupt) {
+    const ndArray* xArg = inputs[0];
+    const ndArray* yArg = inputs[1];
+    const zv::ShortCode<4> code(inputs[2]);
+    const ndArray* fArg = inputs[3];
+    const ndArray* gArg = inputs[4];
+    const ndArray* categoricalArg = inputs[5];
+
+    zv::distance::HeterogeneousProblem<T> problem{};
+    problem.x = zv::dataOf<const T>(xArg);
+    problem.y = zv::dataOf<const T>(yArg);
+    problem.f = zv::dataOf<const T>(fArg);
+    problem.g = zv::dataOf<const T>(gArg);
+    problem.categorical = zv::dataOf<const size_t>(categoricalArg);
+    problem.p = ndGetM(xArg);
+    problem.nx = ndGetN(xArg);
+    problem.ny = ndGetN(yArg);
+    problem.c = ndGetNumberOfElements(categoricalArg);
+    problem.code = code.text.data();
+    problem.yCount = ndGetNumberOfElements(yArg);
+    problem.fCount = storedBytes(fArg) / sizeof(T);
+    problem.gCount = storedBytes(gArg) / sizeof(T);
+    problem.categoricalCount = storedBytes(categoricalArg) / sizeof(size_t);
+
+    auto d = zv::createMatrix<T>(problem.nx, problem.ny);
+    problem.d = zv::dataOf<T>(d.get());
+    zv::distance::heterogeneousEngine(problem, interrupt);
+    outputs[0] = matrix::to_host(std::move(d));
+}
+
+}  // namespace
+
+// A second output may be asked for; it is left unset.
+ZV_EXPORT void pdist2HeterogeneousBIF(ZV_GATEWAY_SIGNATURE) {
+    zv::raiseIf<ids::TooFewInputs>(numInputs < 6);
+    zv::raiseIf<ids::TooManyOutputs>(numOutputs > 2);
+    const ndArray* x = inputs[0];
+    const ndArray* y = inputs[1];
+    zv::raiseIf<ids::SparseOrComplexInput>(ndIsSparse(x) || ndIsSparse(y) || ndIsComplex(x) || ndIsComplex(y));
+    const auto& interrupt = hostGetInterruptStateData();
+    zv::raiseIf<ids::BadInputType>(ndGetClassID(x) != ndGetClassID(y));
+    zv::dispatchReal<ids::BadInputType>(x, [&](auto tag) {
+        heterogeneousTyped<decltype(tag)>(inputs, outputs, interrupt);
+    });
+}

@@ -1,0 +1,68 @@
+// pdistSparseBIF, pdist2SparseBIF: distances between the columns of double
+// sparse matrices, condensed within one or as a cross matrix between two.
+#include "distance/sparse_distance.hpp"
+#include "frame/gateway.hpp"
+
+namespace {
+
+// As in pdistbif: without an exponent the Minkowski distance takes 2.
+constexpr double kDefaultMinkowskiExponent = 2.0;
+
+bool isDoubleSparse(const ndArray* a) { return ndGetClassID(a) == ndDOUBLE_CLASS && ndIsSparse(a); }
+
+zv::distance::SparseColumns columnsOf(const ndArray* a) {
+    return {zv::dataOf<const double>(a), ndGetRowIndices(a), ndGetColumnStarts(a), ndGetN(a), ndGetM(a)};
+}
+
+// The values behind the data pointer: a sparse array holds only its stored ones.
+size_t valuesBehindData(const ndArray* a) {
+    return ndIsSparse(a) ? ndGetColumnStarts(a)[ndGetN(a)] : ndGetNumberOfElements(a);
+}
+
+}  // namespace
+
+ZV_EXPORT void pdistSparseBIF(ZV_GATEWAY_SIGNATURE) {
+    namespace ids = stats::pdistbif;
+    zv::raiseIf<ids::TooFewInputs>(numInputs < 2);
+    zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
+    const ndArray* xArg = inputs[0];
+    zv::raiseIf<ids::BadInputType>(!isDoubleSparse(xArg));
+
+    const zv::ShortCode<4> code(inputs[1]);
+    zv::distance::SparsePdistProblem problem{};
+    problem.x = columnsOf(xArg);
+    problem.code = code.text.data();
+    problem.exponent = kDefaultMinkowskiExponent;
+    if (numInputs >= 3 && !ndIsEmpty(inputs[2])) {
+        if (code.is("min")) {
+            problem.exponent = ndGetScalar(inputs[2]);
+        } else {
+            zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(inputs[2]) != ndGetClassID(xArg));
+            problem.extra = zv::dataOf<const double>(inputs[2]);
+            problem.extraCount = valuesBehindData(inputs[2]);
+        }
+    }
+
+    const double count = zv::distance::condensedPairCount(problem.x.n);
+    zv::raiseIf<ids::OutputTooLarge>(zv::reachesElementLimit(count));
+    outputs[0] = ndCreateNumericMatrix(1, zv::checked::toSize(count), ndGetClassID(xArg), ndREAL);
+    problem.y = zv::dataOf<double>(outputs[0]);
+    zv::distance::pdistSparseEngine(problem);
+}
+
+ZV_EXPORT void pdist2SparseBIF(ZV_GATEWAY_SIGNATURE) {
+    namespace ids = stats::pdist2bif;
+    zv::raiseIf<ids::TooFewInputs>(numInputs < 3);
+    zv::raiseIf<ids::TooManyOutputs>(numOutputs > 2);
+    zv::raiseIf<ids::BadInputType>(!isDoubleSparse(inputs[0]) || !isDoubleSparse(inputs[1]));
+
+    const zv::ShortCode<4> code(inputs[2]);
+    zv::distance::SparseCrossProblem problem{};
+    problem.x = columnsOf(inputs[0]);
+    problem.y = columnsOf(inputs[1]);
+    problem.code = code.text.data();
+    // No size limit of its own: the host's array constructor is the only one.
+    outputs[0] = ndCreateNumericMatrix(problem.x.n, problem.y.n, ndGetClassID(inputs[0]), ndREAL);
+    problem.d = zv::dataOf<double>(outputs[0]);
+    zv::distance::pdist2SparseEngine(problem);
+}
