@@ -158,9 +158,7 @@ public:
                     // below the top, which one branch-free pass tells.
                     if (k == count) return;
                     T worst = heap.front().dist;
-                    bool any = std::isnan(worst);
-                    for (size_t m = k; m < count; ++m) any |= sign * v[m] < worst;
-                    if (!any) return;
+                    if (!std::isnan(worst) && !(runMinimum(v + k, count - k, sign, worst) < worst)) return;
                     for (; k < count; ++k) {
                         const T c = sign * v[k];
                         if (c < worst || std::isnan(worst)) {
@@ -186,6 +184,24 @@ public:
     }
 
 private:
+    // The least of sign * v over a run, or `start` if none is less; NaN
+    // values never count. Four independent minima keep the adder busy.
+    static T runMinimum(const T* v, size_t n, T sign, T start) {
+        T m0 = start, m1 = start, m2 = start, m3 = start;
+        size_t k = 0;
+        for (; k + 4 <= n; k += 4) {
+            const T c0 = sign * v[k], c1 = sign * v[k + 1], c2 = sign * v[k + 2], c3 = sign * v[k + 3];
+            m0 = c0 < m0 ? c0 : m0;
+            m1 = c1 < m1 ? c1 : m1;
+            m2 = c2 < m2 ? c2 : m2;
+            m3 = c3 < m3 ? c3 : m3;
+        }
+        for (; k < n; ++k) m0 = sign * v[k] < m0 ? sign * v[k] : m0;
+        m0 = m1 < m0 ? m1 : m0;
+        m2 = m3 < m2 ? m3 : m2;
+        return m2 < m0 ? m2 : m0;
+    }
+
     // Keeps the K least candidates; the greatest kept stands on top. The
     // candidates of one column come in ascending index, so one that ties
     // with the top never enters, and the test needs no index.
