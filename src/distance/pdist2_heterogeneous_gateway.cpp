@@ -7,22 +7,8 @@ namespace {
 
 namespace ids = stats::pdist2bif;
 
-// Bytes of numbers behind ndGetData(a). F, G and C are read as another type
-// than their class without a test, so the engine is told where they end.
-size_t storedBytes(const ndArray* a) {
-    size_t elementBytes = 0;
-    switch (ndGetClassID(a)) {
-    case ndLOGICAL_CLASS: case ndINT8_CLASS: case ndUINT8_CLASS: elementBytes = 1; break;
-    case ndCHAR_CLASS: case ndINT16_CLASS: case ndUINT16_CLASS: elementBytes = 2; break;
-    case ndSINGLE_CLASS: case ndINT32_CLASS: case ndUINT32_CLASS: elementBytes = 4; break;
-    case ndDOUBLE_CLASS: case ndINT64_CLASS: case ndUINT64_CLASS: elementBytes = 8; break;
-    default: return 0;  // cells, functions, objects: no numbers
-    }
-    // A sparse array stores only its non-zeros.
-    const size_t count = ndIsSparse(a) ? ndGetColumnStarts(a)[ndGetN(a)] : ndGetNumberOfElements(a);
-    return count * elementBytes;
-}
-
+// F, G and C are read as T and size_t whatever their class, so the engine is
+// told how many values stand behind each.
 template <class T>
 void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
                         const std::shared_ptr<InterruptStateData>& interrupt) {
@@ -45,9 +31,9 @@ void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
     problem.c = ndGetNumberOfElements(categoricalArg);
     problem.code = code.text.data();
     problem.yCount = ndGetNumberOfElements(yArg);
-    problem.fCount = storedBytes(fArg) / sizeof(T);
-    problem.gCount = storedBytes(gArg) / sizeof(T);
-    problem.categoricalCount = storedBytes(categoricalArg) / sizeof(size_t);
+    problem.fCount = zv::storedBytes(fArg) / sizeof(T);
+    problem.gCount = zv::storedBytes(gArg) / sizeof(T);
+    problem.categoricalCount = zv::storedBytes(categoricalArg) / sizeof(size_t);
 
     auto d = zv::createMatrix<T>(problem.nx, problem.ny);
     problem.d = zv::dataOf<T>(d.get());

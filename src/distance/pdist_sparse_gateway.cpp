@@ -14,11 +14,6 @@ zv::distance::SparseColumns columnsOf(const ndArray* a) {
     return {zv::dataOf<const double>(a), ndGetRowIndices(a), ndGetColumnStarts(a), ndGetN(a), ndGetM(a)};
 }
 
-// The values behind the data pointer: a sparse array holds only its stored ones.
-size_t valuesBehindData(const ndArray* a) {
-    return ndIsSparse(a) ? ndGetColumnStarts(a)[ndGetN(a)] : ndGetNumberOfElements(a);
-}
-
 }  // namespace
 
 ZV_EXPORT void pdistSparseBIF(ZV_GATEWAY_SIGNATURE) {
@@ -39,7 +34,7 @@ ZV_EXPORT void pdistSparseBIF(ZV_GATEWAY_SIGNATURE) {
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(inputs[2]) != ndGetClassID(xArg));
             problem.extra = zv::dataOf<const double>(inputs[2]);
-            problem.extraCount = valuesBehindData(inputs[2]);
+            problem.extraCount = zv::storedBytes(inputs[2]) / sizeof(double);
         }
     }
 

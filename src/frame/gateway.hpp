@@ -71,6 +71,22 @@ constexpr double kMaxElementCount = 281474976710655.0;  // 2^48 - 1
 // True when `count`, computed in double, reaches the limit (or is NaN).
 inline bool reachesElementLimit(double count) { return !(count < kMaxElementCount); }
 
+// The bytes actually stored behind ndGetData: a sparse array holds only its
+// non-zeros; cells, functions and objects hold no numbers. A parameter array
+// read as T has storedBytes / sizeof(T) values, whatever its class.
+inline size_t storedBytes(const ndArray* a) {
+    size_t elementBytes = 0;
+    switch (ndGetClassID(a)) {
+    case ndLOGICAL_CLASS: case ndINT8_CLASS: case ndUINT8_CLASS: elementBytes = 1; break;
+    case ndCHAR_CLASS: case ndINT16_CLASS: case ndUINT16_CLASS: elementBytes = 2; break;
+    case ndSINGLE_CLASS: case ndINT32_CLASS: case ndUINT32_CLASS: elementBytes = 4; break;
+    case ndDOUBLE_CLASS: case ndINT64_CLASS: case ndUINT64_CLASS: elementBytes = 8; break;
+    default: return 0;
+    }
+    const size_t count = ndIsSparse(a) ? ndGetColumnStarts(a)[ndGetN(a)] : ndGetNumberOfElements(a);
+    return count * elementBytes;
+}
+
 template <class T>
 T* dataOf(const ndArray* a) {
     return static_cast<T*>(ndGetData(a));

@@ -164,6 +164,12 @@ TEST(Pdist, MissingWeightsOrFactorGiveNaNInsteadOfReadingPastTheInput) {
     for (const auto& v : pdist(x, 2, 3, "seu")) EXPECT_TRUE(std::isnan(v));
     Owned shortR = zvhost::matrixOf<double>(1, 3, {1, 0, 1});
     for (const auto& v : pdist(x, 2, 3, "mah", shortR.get())) EXPECT_TRUE(std::isnan(v));
+    // A sparse 1-by-2 weight vector with one stored value holds one number, not two.
+    Owned sparseWeights(zvhost::createSparse(1, 2, 1));
+    static_cast<double*>(ndGetData(sparseWeights.get()))[0] = 1.0;
+    ndGetColumnStarts(sparseWeights.get())[1] = 1;
+    ndGetColumnStarts(sparseWeights.get())[2] = 1;
+    for (const auto& v : pdist(x, 2, 3, "seu", sparseWeights.get())) EXPECT_TRUE(std::isnan(v));
 }
 
 TEST(Pdist, CosineFamilyTakesPreparedDataAsGiven) {
