@@ -16,22 +16,6 @@
 
 namespace zv::distance {
 
-// Per-body-call scratch of p values from the worker-safe host allocator.
-template <class T, class Metric>
-class PairScratch {
-public:
-    explicit PairScratch(size_t p) : data_(nullptr, &ndFreeEx) {
-        if constexpr (kNeedsScratch<Metric>) {
-            data_.reset(ndMallocEx(p * sizeof(T)));
-            if (!data_) throw bedrock::core::except::bad_alloc();
-        }
-    }
-    T* get() const { return static_cast<T*>(data_.get()); }
-
-private:
-    std::unique_ptr<void, void (*)(void*)> data_;
-};
-
 // Pairs touching an observation with a NaN get the sum of the two marks (a
 // NaN) without reading coordinates; marks are null when no data has a NaN.
 template <class T, class Metric>

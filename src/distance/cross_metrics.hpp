@@ -6,8 +6,10 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <memory>
 
 #include "frame/blas.hpp"
+#include "host/host.hpp"
 
 namespace zv::distance {
 
@@ -148,5 +150,21 @@ template <class Metric>
 inline constexpr bool kNeedsScratch = false;
 template <class T>
 inline constexpr bool kNeedsScratch<MahalanobisMetric<T>> = true;
+
+// Per-body-call scratch of p values from the worker-safe host allocator.
+template <class T, class Metric>
+class PairScratch {
+public:
+    explicit PairScratch(size_t p) : data_(nullptr, &ndFreeEx) {
+        if constexpr (kNeedsScratch<Metric>) {
+            data_.reset(ndMallocEx(p * sizeof(T)));
+            if (!data_) throw bedrock::core::except::bad_alloc();
+        }
+    }
+    T* get() const { return static_cast<T*>(data_.get()); }
+
+private:
+    std::unique_ptr<void, void (*)(void*)> data_;
+};
 
 }  // namespace zv::distance

@@ -9,8 +9,8 @@
 #include <memory>
 
 #include "distance/condensed.hpp"
+#include "distance/cross_metrics.hpp"
 #include "distance/pair_kernels.hpp"
-#include "frame/blas.hpp"
 #include "host/host.hpp"
 
 namespace zv::distance {
@@ -82,87 +82,35 @@ public:
     using PanelDistanceOne<T>::PanelDistanceOne;
 };
 
-template <class T>
-class MinkowskiDistanceOne : public DistanceOne<T> {
+// The metrics without a vectorised kernel use the same per-pair arithmetic
+// as the cross distances; "jac" marks whole observations with missing data.
+template <class T, class Metric>
+class MetricDistanceOne : public DistanceOne<T> {
 public:
-    MinkowskiDistanceOne(const T* x, size_t n, size_t p, T* y,
-                         const std::shared_ptr<InterruptStateData>& interrupt, T exponent)
-        : DistanceOne<T>(x, n, p, y, interrupt), exponent_(exponent) {}
-
-    // In single precision each pow runs in double on the widened values and
-    // is rounded to float before it is added.
-    void operator()(const tbb::blocked_range<size_t>& rows) const override {
-        InterruptState::ThrowIfInterruptPending(this->interrupt);
-        const T e = exponent_;
-        const T inverse = T(1) / e;
-        const size_t p = this->p;
-        this->walk(rows, [&](size_t i, size_t j) {
-            const T *u = this->x + i * p, *v = this->x + j * p;
-            T sum = 0;
-            for (size_t k = 0; k < p; ++k) sum += T(std::pow(double(std::abs(u[k] - v[k])), double(e)));
-            return T(std::pow(double(sum), double(inverse)));
-        });
-    }
-
-private:
-    T exponent_;
-};
-
-template <class T>
-class JaccardDistanceOne : public DistanceOne<T> {
-public:
-    JaccardDistanceOne(const T* x, size_t n, size_t p, T* y,
-                       const std::shared_ptr<InterruptStateData>& interrupt, const T* marks)
-        : DistanceOne<T>(x, n, p, y, interrupt), marks_(marks) {}
+    MetricDistanceOne(const T* x, size_t n, size_t p, T* y, const std::shared_ptr<InterruptStateData>& interrupt,
+                      Metric metric, const T* marks = nullptr)
+        : DistanceOne<T>(x, n, p, y, interrupt), metric_(metric), marks_(marks) {}
 
     void operator()(const tbb::blocked_range<size_t>& rows) const override {
         InterruptState::ThrowIfInterruptPending(this->interrupt);
         const size_t p = this->p;
+        PairScratch<T, Metric> scratch(p);
         this->walk(rows, [&](size_t i, size_t j) {
             if (marks_ && (marks_[i] != 0 || marks_[j] != 0)) return marks_[i] + marks_[j];
-            const T *u = this->x + i * p, *v = this->x + j * p;
-            size_t nonzero = 0, unequal = 0;
-            for (size_t k = 0; k < p; ++k) {
-                const bool either = u[k] != 0 || v[k] != 0;
-                nonzero += either;
-                unequal += either && u[k] != v[k];
-            }
-            return nonzero == 0 ? T(NAN) : T(unequal) / T(nonzero);
+            return metric_.finish(metric_.value(this->x + i * p, this->x + j * p, p, scratch.get()));
         });
     }
 
 private:
+    Metric metric_;
     const T* marks_;
 };
 
 template <class T>
-class MahalanobisDistanceOne : public DistanceOne<T> {
-public:
-    MahalanobisDistanceOne(const T* x, size_t n, size_t p, T* y,
-                           const std::shared_ptr<InterruptStateData>& interrupt, const T* factor)
-        : DistanceOne<T>(x, n, p, y, interrupt), factor_(factor) {}
-
-    // t = R^T (u - v) by a triangular product in a per-chunk scratch.
-    void operator()(const tbb::blocked_range<size_t>& rows) const override {
-        InterruptState::ThrowIfInterruptPending(this->interrupt);
-        const size_t p = this->p;
-        std::unique_ptr<T, void (*)(T*)> scratch(static_cast<T*>(ndMallocEx(p * sizeof(T))),
-                                                 [](T* s) { ndFreeEx(s); });
-        if (!scratch) throw bedrock::core::except::bad_alloc();
-        T* t = scratch.get();
-        const int order = int(p), lda = int(p ? p : 1);
-        this->walk(rows, [&](size_t i, size_t j) {
-            const T *u = this->x + i * p, *v = this->x + j * p;
-            for (size_t k = 0; k < p; ++k) t[k] = u[k] - v[k];
-            if (order > 0) blas::trmv("U", "T", "N", order, factor_, lda, t, 1);
-            T sum = 0;
-            for (size_t k = 0; k < p; ++k) sum += t[k] * t[k];
-            return std::sqrt(sum);
-        });
-    }
-
-private:
-    const T* factor_;
-};
+using MinkowskiDistanceOne = MetricDistanceOne<T, MinkowskiMetric<T>>;
+template <class T>
+using JaccardDistanceOne = MetricDistanceOne<T, JaccardMetric<T>>;
+template <class T>
+using MahalanobisDistanceOne = MetricDistanceOne<T, MahalanobisMetric<T>>;
 
 }  // namespace zv::distance

@@ -75,7 +75,8 @@ void pdistEngine(const PdistProblem<T>& pr, const std::shared_ptr<InterruptState
     } else if (is("cit")) {
         runPanels(cityBlock, PairMetric::CityBlock, nullptr);
     } else if (is("min")) {
-        runRows(n, MinkowskiDistanceOne<T>(pr.x, n, p, pr.y, interrupt, pr.exponent));
+        runRows(n, MinkowskiDistanceOne<T>(pr.x, n, p, pr.y, interrupt,
+                                            MinkowskiMetric<T>{pr.exponent, T(1) / pr.exponent}));
     } else if (is("cos") || is("cor") || is("spe")) {
         similarityRows(pr, interrupt);
     } else if (is("ham") || is("che")) {
@@ -87,12 +88,13 @@ void pdistEngine(const PdistProblem<T>& pr, const std::shared_ptr<InterruptState
     } else if (is("jac")) {
         if (n == 0) return;
         const std::vector<T> marks = nanMarks(pr.x, n, p);
-        runRows(n, JaccardDistanceOne<T>(pr.x, n, p, pr.y, interrupt, marks.empty() ? nullptr : marks.data()));
+        runRows(n, JaccardDistanceOne<T>(pr.x, n, p, pr.y, interrupt, JaccardMetric<T>{},
+                                         marks.empty() ? nullptr : marks.data()));
     } else if (is("mah")) {
         if (n == 0) return;
         if (p > 0 && (!pr.extra || pr.extraCount < p * p)) return fillNaN(pr);
         try {
-            runRows(n, MahalanobisDistanceOne<T>(pr.x, n, p, pr.y, interrupt, pr.extra));
+            runRows(n, MahalanobisDistanceOne<T>(pr.x, n, p, pr.y, interrupt, MahalanobisMetric<T>{pr.extra}));
         } catch (const std::bad_alloc&) {
             ndErrMsgId(stats::pdistbif::MemoryLessThanXBytes(long(sizeof(T) * p)));
         }
