@@ -26,9 +26,7 @@ int list(const zvhost::BuiltinsLibrary& library) {
 int demo(const zvhost::BuiltinsLibrary& library) {
     zvdemo::Session session(library);
     std::printf("zvstats demo: the builtins on embedded default data\n");
-    zvdemo::demoFrame(session);
-    zvdemo::demoDistance(session);
-    zvdemo::demoNeighbours(session);
+    zvdemo::runSections(session);
     return 0;
 }
 

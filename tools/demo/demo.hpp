@@ -34,8 +34,16 @@ Blobs gaussianBlobs(size_t perBlob, const std::vector<std::vector<double>>& cent
 void printMatrix(const char* title, const double* a, size_t m, size_t n, int width = 9, int precision = 4);
 void heading(const char* title);
 
-void demoFrame(const Session& s);
-void demoDistance(const Session& s);
-void demoNeighbours(const Session& s);
+// A demo section registers itself at static initialisation; sections run in
+// ascending `order` (subsystem number times 10, then position), so adding one
+// touches no shared file.
+using SectionFn = void (*)(const Session&);
+struct SectionRegistrar {
+    SectionRegistrar(int order, const char* name, SectionFn run);
+};
+void runSections(const Session& s);
+
+#define ZV_DEMO_SECTION(order, fn) \
+    static const ::zvdemo::SectionRegistrar zvDemoSection_##fn(order, #fn, fn)
 
 }  // namespace zvdemo

@@ -1,4 +1,5 @@
 // Shared demo data and printing.
+#include <algorithm>
 #include <cstdio>
 
 #include "demo/demo.hpp"
@@ -40,5 +41,30 @@ void printMatrix(const char* title, const double* a, size_t m, size_t n, int wid
 }
 
 void heading(const char* title) { std::printf("\n=== %s ===\n", title); }
+
+namespace {
+
+struct Section {
+    int order;
+    const char* name;
+    SectionFn run;
+};
+
+std::vector<Section>& sections() {
+    static std::vector<Section> all;
+    return all;
+}
+
+}  // namespace
+
+SectionRegistrar::SectionRegistrar(int order, const char* name, SectionFn run) {
+    sections().push_back({order, name, run});
+}
+
+void runSections(const Session& s) {
+    auto& all = sections();
+    std::stable_sort(all.begin(), all.end(), [](const Section& a, const Section& b) { return a.order < b.order; });
+    for (const Section& section : all) section.run(s);
+}
 
 }  // namespace zvdemo

@@ -6,6 +6,8 @@
 
 namespace zvdemo {
 
+namespace {
+
 void demoDistance(const Session& s) {
     heading("pdistbif: distances between 3 Gaussian blobs in 2-D (20 points each)");
     Blobs blobs = gaussianBlobs(20, {{0, 0}, {4, 0}, {2, 3.5}}, 0.6, 7);
@@ -90,5 +92,9 @@ void demoDistance(const Session& s) {
         printMatrix(("  " + std::string(measure)).c_str(), static_cast<const double*>(ndGetData(out[0].get())), 4, 4);
     }
 }
+
+}  // namespace
+
+ZV_DEMO_SECTION(20, demoDistance);
 
 }  // namespace zvdemo

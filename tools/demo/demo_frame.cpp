@@ -5,6 +5,8 @@
 
 namespace zvdemo {
 
+namespace {
+
 void demoFrame(const Session& s) {
     heading("statsizechkBIF: common size of parameters");
     auto np = zvhost::scalar(2);
@@ -26,5 +28,9 @@ void demoFrame(const Session& s) {
         std::printf("  pdistbif with one input raises \"%s\"\n", e.GetID().c_str());
     }
 }
+
+}  // namespace
+
+ZV_DEMO_SECTION(10, demoFrame);
 
 }  // namespace zvdemo

@@ -6,6 +6,8 @@
 
 namespace zvdemo {
 
+namespace {
+
 void demoNeighbours(const Session& s) {
     heading("pdist2bif: the 4 nearest blob points of three new points");
     Blobs blobs = gaussianBlobs(20, {{0, 0}, {4, 0}, {2, 3.5}}, 0.6, 7);
@@ -37,5 +39,9 @@ void demoNeighbours(const Session& s) {
         std::printf("%s\n", hd.size() > 6 ? "  ..." : "");
     }
 }
+
+}  // namespace
+
+ZV_DEMO_SECTION(22, demoNeighbours);
 
 }  // namespace zvdemo
