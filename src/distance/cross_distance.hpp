@@ -6,6 +6,7 @@
 #include <tbb/blocked_range2d.h>
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -49,20 +50,27 @@ struct PanelWalker {
     size_t p;
     const T* weights;
 
-    // Calls g(j, i0, count, values) for runs of values of the pairs (j, i0 +
-    // k), j in [jb, je), i in [ib, ie); for each j the runs ascend in i.
+    // Calls g(j, i0, count, values, hits) for runs of values of the pairs
+    // (j, i0 + k), j in [jb, je), i in [ib, ie); for each j the runs ascend
+    // in i. With `bounds` (one per j, read when its run is computed), bit k of
+    // hits is set when sign * values[k] < bounds[j - jb]; without, hits is 0.
     template <class G>
-    void blocks(size_t jb, size_t je, size_t ib, size_t ie, G&& g) const {
+    void blocks(size_t jb, size_t je, size_t ib, size_t ie, G&& g, const T* bounds = nullptr, T sign = 1) const {
         constexpr size_t L = ObservationPanels<T>::kLanes;
         alignas(64) T values[kTile * L];
         const T* observations[kTile];
+        uint32_t hits[kTile] = {};
         for (size_t j0 = jb; j0 < je; j0 += kTile) {
             const size_t count = je - j0 < kTile ? je - j0 : kTile;
             for (size_t c = 0; c < count; ++c) observations[c] = Y + (j0 + c) * p;
             for (size_t pb = ib / L; pb * L < ie; ++pb) {
-                computeCrossBlock(CrossBlock<T>{metric, observations, count, panels->panel(pb, p), p, weights, values});
+                computeCrossBlock(CrossBlock<T>{metric, observations, count, panels->panel(pb, p), p, weights,
+                                                values, bounds ? bounds + (j0 - jb) : nullptr, sign,
+                                                bounds ? hits : nullptr});
                 const size_t lo = ib > pb * L ? ib : pb * L, hi = ie < pb * L + L ? ie : pb * L + L;
-                for (size_t c = 0; c < count; ++c) g(j0 + c, lo, hi - lo, values + c * L + (lo - pb * L));
+                const uint32_t inRun = hi - lo == 32 ? ~uint32_t(0) : (uint32_t(1) << (hi - lo)) - 1;
+                for (size_t c = 0; c < count; ++c)
+                    g(j0 + c, lo, hi - lo, values + c * L + (lo - pb * L), (hits[c] >> (lo - pb * L)) & inRun);
             }
         }
     }
@@ -70,7 +78,7 @@ struct PanelWalker {
     // Calls f(j, i, value) for each pair, in the order of blocks().
     template <class F>
     void operator()(size_t jb, size_t je, size_t ib, size_t ie, F&& f) const {
-        blocks(jb, je, ib, ie, [&](size_t j, size_t i0, size_t count, const T* v) {
+        blocks(jb, je, ib, ie, [&](size_t j, size_t i0, size_t count, const T* v, uint32_t) {
             for (size_t k = 0; k < count; ++k) f(j, i0 + k, v[k]);
         });
     }
@@ -88,7 +96,7 @@ public:
         InterruptState::ThrowIfInterruptPending(this->interrupt);
         if (walker_) {
             walker_->blocks(r.rows().begin(), r.rows().end(), r.cols().begin(), r.cols().end(),
-                            [&](size_t j, size_t i0, size_t count, const T* v) {
+                            [&](size_t j, size_t i0, size_t count, const T* v, uint32_t) {
                                 T* out = this->D + j * this->nx + i0;
                                 if (pairs_.marksX) {
                                     for (size_t k = 0; k < count; ++k)
@@ -127,30 +135,36 @@ public:
         const size_t K = this->K;
         const T sign = T(this->sign);
         if (walker_) {
-            // One heap per column of a tile, filled panel by panel.
-            std::vector<std::vector<idxDistPdist2<T>>> heaps(PanelWalker<T>::kTile);
+            // One heap per column of a tile, filled panel by panel. Once a
+            // heap is full (and no data is missing), the kernel itself tells
+            // which values beat its top, so most runs cost one test.
+            constexpr size_t kTile = PanelWalker<T>::kTile;
+            std::vector<std::vector<idxDistPdist2<T>>> heaps(kTile);
             for (auto& h : heaps) h.reserve(K);
-            for (size_t j0 = r.begin(); j0 < r.end(); j0 += PanelWalker<T>::kTile) {
-                const size_t j1 = r.end() - j0 < PanelWalker<T>::kTile ? r.end() : j0 + PanelWalker<T>::kTile;
+            T bounds[kTile];
+            for (size_t j0 = r.begin(); j0 < r.end(); j0 += kTile) {
+                const size_t j1 = r.end() - j0 < kTile ? r.end() : j0 + kTile;
                 for (auto& h : heaps) h.clear();
-                walker_->blocks(j0, j1, 0, this->nx, [&](size_t j, size_t i0, size_t count, const T* v) {
+                std::fill(bounds, bounds + kTile, std::numeric_limits<T>::quiet_NaN());
+                walker_->blocks(j0, j1, 0, this->nx, [&](size_t j, size_t i0, size_t count, const T* v, uint32_t hits) {
                     auto& heap = heaps[j - j0];
-                    size_t k = 0;
-                    for (; k < count && (heap.size() < K || pairs_.marksX); ++k)
-                        offer(heap, {sign * pairs_.marked(i0 + k, j, v[k]), i0 + k}, K);
-                    // A full heap and no missing data: most runs hold no value
-                    // below the top, which one branch-free pass tells.
-                    if (k == count) return;
-                    T worst = heap.front().dist;
-                    if (!std::isnan(worst) && !(runMinimum(v + k, count - k, sign, worst) < worst)) return;
-                    for (; k < count; ++k) {
-                        const T c = sign * v[k];
-                        if (c < worst || std::isnan(worst)) {
-                            offer(heap, {c, i0 + k}, K);
-                            worst = heap.front().dist;
+                    const bool filtered = !std::isnan(bounds[j - j0]);
+                    if (!filtered) {
+                        for (size_t k = 0; k < count; ++k)
+                            offer(heap, {sign * pairs_.marked(i0 + k, j, v[k]), i0 + k}, K);
+                    } else {
+                        T worst = bounds[j - j0];
+                        for (; hits; hits &= hits - 1) {
+                            const size_t k = size_t(__builtin_ctz(hits));
+                            const T c = sign * v[k];
+                            if (c < worst) {
+                                offer(heap, {c, i0 + k}, K);
+                                worst = heap.front().dist;
+                            }
                         }
                     }
-                });
+                    if (heap.size() == K && !pairs_.marksX) bounds[j - j0] = heap.front().dist;
+                }, bounds, sign);
                 for (size_t j = j0; j < j1; ++j) store(heaps[j - j0], j);
             }
         } else {
@@ -168,24 +182,6 @@ public:
     }
 
 private:
-    // The least of sign * v over a run, or `start` if none is less; NaN
-    // values never count. Four independent minima keep the adder busy.
-    static T runMinimum(const T* v, size_t n, T sign, T start) {
-        T m0 = start, m1 = start, m2 = start, m3 = start;
-        size_t k = 0;
-        for (; k + 4 <= n; k += 4) {
-            const T c0 = sign * v[k], c1 = sign * v[k + 1], c2 = sign * v[k + 2], c3 = sign * v[k + 3];
-            m0 = c0 < m0 ? c0 : m0;
-            m1 = c1 < m1 ? c1 : m1;
-            m2 = c2 < m2 ? c2 : m2;
-            m3 = c3 < m3 ? c3 : m3;
-        }
-        for (; k < n; ++k) m0 = sign * v[k] < m0 ? sign * v[k] : m0;
-        m0 = m1 < m0 ? m1 : m0;
-        m2 = m3 < m2 ? m3 : m2;
-        return m2 < m0 ? m2 : m0;
-    }
-
     // Keeps the K least candidates; the greatest kept stands on top. The
     // candidates of one column come in ascending index, so one that ties
     // with the top never enters, and the test needs no index.

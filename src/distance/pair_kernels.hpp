@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 namespace zv::distance {
@@ -46,6 +47,11 @@ struct CrossBlock {
     size_t p;
     const T* weights;  // SEuclidean
     T* out;
+    // Optional, for nearest-neighbour scans: hits[c] gets a bit for each lane
+    // whose sign * value is below bounds[c]; a NaN bound lets every lane pass.
+    const T* bounds = nullptr;
+    T sign = 1;
+    uint32_t* hits = nullptr;
 };
 
 template <class T>

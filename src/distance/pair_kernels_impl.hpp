@@ -3,6 +3,9 @@
 // so that no code of one instruction set is shared with another.
 #include <cstdint>
 #include <cstring>
+#if defined(__AVX2__)
+#include <immintrin.h>
+#endif
 #include <type_traits>
 
 #include "distance/condensed.hpp"
@@ -108,17 +111,58 @@ inline PanelSums<T> panelSums(const T* u, const T* panel, size_t p, const T* wei
     return PanelSums<T>{{acc0, acc1, acc2, acc3}};
 }
 
+// One bit per lane of a comparison mask.
+template <class T>
+inline uint32_t laneBits(typename Vec<T>::bits m) {
+#if defined(__AVX2__)
+    if constexpr (sizeof(T) == sizeof(double)) return uint32_t(_mm256_movemask_pd(__m256d(m)));
+    else return uint32_t(_mm256_movemask_ps(__m256(m)));
+#else
+    uint32_t r = 0;
+    for (size_t l = 0; l < sizeof(m) / sizeof(T); ++l) r |= uint32_t(m[l] != 0) << l;
+    return r;
+#endif
+}
+
+// The lanes of a finished panel row whose sign * value is below `bound`:
+// v < bound, or v > -bound for the largest; NaN values never pass.
+template <class T>
+inline uint32_t laneHits(const PanelSums<T>& acc, T bound, T sign) {
+    using V = typename Vec<T>::type;
+    using B = typename Vec<T>::bits;
+    constexpr size_t VL = sizeof(V) / sizeof(T);
+    constexpr size_t L = ObservationPanels<T>::kLanes;
+    if (bound != bound) return L == 32 ? ~uint32_t(0) : (uint32_t(1) << L) - 1;
+    const V limit = splat<V>(sign * bound);
+    B below[4];
+    if (sign > 0) {
+#pragma GCC unroll 4
+        for (size_t v = 0; v < 4; ++v) below[v] = (B)(acc[v] < limit);
+    } else {
+#pragma GCC unroll 4
+        for (size_t v = 0; v < 4; ++v) below[v] = (B)(acc[v] > limit);
+    }
+    return laneBits<T>(below[0]) | laneBits<T>(below[1]) << VL | laneBits<T>(below[2]) << (2 * VL) |
+           laneBits<T>(below[3]) << (3 * VL);
+}
+
 // Cross values of several observations against one panel: sums, except the
 // Hamming count, which becomes its fraction. The panel stays in cache for all.
 template <class T, PairMetric M>
 void blockValues(const CrossBlock<T>& b) {
     constexpr size_t L = ObservationPanels<T>::kLanes;
+    using V = typename Vec<T>::type;
+    constexpr size_t VL = sizeof(V) / sizeof(T);
     for (size_t c = 0; c < b.count; ++c) {
-        const PanelSums<T> acc = panelSums<T, M>(b.observations[c], b.panel, b.p, b.weights);
+        PanelSums<T> acc = panelSums<T, M>(b.observations[c], b.panel, b.p, b.weights);
+        if constexpr (M == PairMetric::Hamming) {
+#pragma GCC unroll 4
+            for (size_t v = 0; v < 4; ++v) acc.v[v] = acc.v[v] / splat<V>(T(b.p));
+        }
         T* out = b.out + c * L;
-        std::memcpy(out, &acc, sizeof(acc));
-        if constexpr (M == PairMetric::Hamming)
-            for (size_t l = 0; l < L; ++l) out[l] = out[l] / T(b.p);
+#pragma GCC unroll 4
+        for (size_t v = 0; v < 4; ++v) std::memcpy(out + v * VL, &acc.v[v], sizeof(V));
+        if (b.hits) b.hits[c] = laneHits<T>(acc, b.bounds[c], b.sign);
     }
 }
 
