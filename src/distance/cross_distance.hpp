@@ -53,7 +53,8 @@ struct PanelWalker {
     // Calls g(j, i0, count, values, hits) for runs of values of the pairs
     // (j, i0 + k), j in [jb, je), i in [ib, ie); for each j the runs ascend
     // in i. With `bounds` (one per j, read when its run is computed), bit k of
-    // hits is set when sign * values[k] < bounds[j - jb]; without, hits is 0.
+    // hits is set when sign * values[k] < bounds[j - jb], and runs with no hit
+    // are skipped; without, hits is 0.
     template <class G>
     void blocks(size_t jb, size_t je, size_t ib, size_t ie, G&& g, const T* bounds = nullptr, T sign = 1) const {
         constexpr size_t L = ObservationPanels<T>::kLanes;
@@ -69,8 +70,11 @@ struct PanelWalker {
                                                 bounds ? hits : nullptr});
                 const size_t lo = ib > pb * L ? ib : pb * L, hi = ie < pb * L + L ? ie : pb * L + L;
                 const uint32_t inRun = hi - lo == 32 ? ~uint32_t(0) : (uint32_t(1) << (hi - lo)) - 1;
-                for (size_t c = 0; c < count; ++c)
-                    g(j0 + c, lo, hi - lo, values + c * L + (lo - pb * L), (hits[c] >> (lo - pb * L)) & inRun);
+                for (size_t c = 0; c < count; ++c) {
+                    const uint32_t h = (hits[c] >> (lo - pb * L)) & inRun;
+                    if (bounds && h == 0) continue;  // nothing in this run can matter
+                    g(j0 + c, lo, hi - lo, values + c * L + (lo - pb * L), h);
+                }
             }
         }
     }
