@@ -38,8 +38,9 @@ struct SequenceRequest {
 };
 
 // The point matrices below are n-by-d, column-major, zero on entry; a point is
-// a row. Each dimension is filled as one contiguous run, so the result is the
-// row-by-row recurrence without striding through the matrix once per point.
+// a row. Blocks of rows run in parallel, each dimension of a block as one
+// contiguous run, so the result is the row-by-row recurrence without striding
+// through the matrix once per point; it does not depend on the thread count.
 void sobolSequence(const DirectionTable& dirs, const SequenceRequest& request, uint64_t* x, size_t n);
 void sobolIndexed(const DirectionTable& dirs, const double* indices, size_t indexCount, bool gray,
                   uint64_t* x, size_t n);
