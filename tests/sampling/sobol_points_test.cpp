@@ -338,15 +338,46 @@ TEST(SobolPoints, IdentifiersInOrder) {
     EXPECT_EQ(id(sobolset::sobolNetBIF, {v.get(), x.get(), pair.get()}), "");
 }
 
+TEST(SobolSequence, ContinuingAcrossManyBlocksOfRows) {
+    // Blocks of rows start from their own first row; with a last point that
+    // row is the last point with all the steps since it.
+    zvtest::LeakCheck leaks;
+    const Table t = randomTable(7, 53, 13);
+    for (bool g : {false, true})
+        for (double leap : {0.0, 5.0}) {
+            const uint64_t step = uint64_t(leap) + 1;
+            const size_t n = 6000, head = 2500;
+            const Words whole = sequence(t, 11, leap, n, g);
+            const Words last = lastRow(sequence(t, 11, leap, head, g), head, t.d);
+            const Words tail = sequence(t, double(11 + head * step), leap, n - head, g, &last);
+            for (size_t j = 0; j < t.d; ++j)
+                for (size_t r = 0; r < n - head; ++r) ASSERT_EQ(tail[j * (n - head) + r], whole[j * n + head + r]);
+        }
+}
+
 TEST(SobolPoints, SameResultOnOneAndTwoThreads) {
+    zvtest::LeakCheck leaks;
     const Table t = randomTable(20, 53, 12);
+    Owned v = t.array();
+    std::vector<double> idx(7000);
+    for (size_t i = 0; i < idx.size(); ++i) idx[i] = double((i * 2654435761u) % 100000);
+    Owned indices = zvhost::matrixOf<double>(idx.size(), 1, std::span<const double>(idx));
+    const Words last(20, 0x123456789ull);
     auto run = [&] {
         std::vector<Words> r;
-        r.push_back(sequence(t, 17, 0, 5000, true));
-        r.push_back(sequence(t, 17, 4, 5000, false));
+        r.push_back(sequence(t, 17, 0, 9000, true));
+        r.push_back(sequence(t, 17, 4, 9000, false));
+        r.push_back(sequence(t, 17, 0, 9000, true, &last));
+        r.push_back(sequence(t, 17, 2, 9000, true, &last));
+        r.push_back(indexed(v.get(), indices.get(), true, t.d));
+        Owned count = zvhost::scalar(9000), flag = zvhost::logicalScalar(false);
+        auto out = zvhost::call(sobolset::sobolNetBIF, 1, {v.get(), count.get(), flag.get()});
+        r.push_back(zvhost::valuesOf<uint64_t>(out[0].get()));
         return r;
     };
-    EXPECT_EQ(zvtest::withThreads(1, run), zvtest::withThreads(2, run));
+    const auto one = zvtest::withThreads(1, run);
+    EXPECT_EQ(one, zvtest::withThreads(2, run));
+    EXPECT_EQ(one[0], rows(9000, t.d, [&](size_t r) { return point(t, gray(17 + r)); }));
 }
 
 }  // namespace
