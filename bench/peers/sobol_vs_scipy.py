@@ -163,11 +163,13 @@ def main():
     bench = os.path.join(args.build, "bin", "sobol_bench")
     if os.access(bench, os.X_OK):
         best = bench_times(bench, ["BM_SequenceGray", "BM_SequenceToDouble", "BM_ScrambledToDouble",
-                                   "BM_SequenceContinued"], args.repeats)
+                                   "BM_SequenceContinued", "BM_ComputeDN"], args.repeats)
         line("sequence", t_scipy, best["BM_SequenceGray"], "gateway", "")
         line("sequence -> double", t_scipy, best["BM_SequenceToDouble"], "gateway", "")
         line("continued", t_cont, best["BM_SequenceContinued"], "gateway", "")
         line("scrambled -> double", t_scr, best["BM_ScrambledToDouble"], "gateway", "")
+        if args.table_d == 21201:  # the bench's table: degrees 1 to 12 where scipy's reach 18
+            line("tables d=21201", t_tab, best["BM_ComputeDN"], "gateway", "(its own polynomials)")
     else:
         print(f"# {bench} not built: gateway-alone times skipped")
 
