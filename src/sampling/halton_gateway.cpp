@@ -46,7 +46,7 @@ ndArray* permutationFromTable(const ndArray* bases, const ndArray* table) {
     auto perm = permutationArray(base);
     const bool complete = zv::sampling::permutationFromTable(
         base, usable ? zv::dataOf<const double>(source) : nullptr,
-        usable ? ndGetNumberOfElements(source) : 0, zv::dataOf<double>(perm.get()));
+        usable ? zv::storedBytes(source) / sizeof(double) : 0, zv::dataOf<double>(perm.get()));
     zv::raiseIf<ids::NoPermDataForBase>(!complete);
     return matrix::to_host(std::move(perm));
 }

@@ -27,6 +27,12 @@ std::array<uint64_t, kSobolBits> initialValues(const ndArray* m, int degree) {
     return words;
 }
 
+// The bit-matrix conversions test nothing of their own; without an input
+// there is nothing to read, and the host's own error says so.
+void requireAnInput(int numInputs) {
+    if (numInputs < 1) matrix::detail::error_mininputs();
+}
+
 }  // namespace
 
 namespace sobolset {
@@ -54,7 +60,7 @@ ZV_EXPORT void computeDN(ZV_GATEWAY_SIGNATURE) {
 
 ZV_EXPORT void DNToMatrix(ZV_GATEWAY_SIGNATURE) {
     (void)numOutputs;
-    (void)numInputs;
+    requireAnInput(numInputs);
     const ndArray* dn = inputs[0];
     const size_t n = ndGetNumberOfElements(dn);
     auto* bits = zv::dataOf<double>(zv::sampling::createOutput(outputs, n, n, ndDOUBLE_CLASS));
@@ -63,7 +69,7 @@ ZV_EXPORT void DNToMatrix(ZV_GATEWAY_SIGNATURE) {
 
 ZV_EXPORT void MatrixToDN(ZV_GATEWAY_SIGNATURE) {
     (void)numOutputs;
-    (void)numInputs;
+    requireAnInput(numInputs);
     const ndArray* matrix = inputs[0];
     const size_t n = ndGetM(matrix);
     auto* words = zv::dataOf<uint64_t>(zv::sampling::createOutput(outputs, n, 1, ndUINT64_CLASS));

@@ -165,6 +165,16 @@ TEST(SobolBitMatrix, RoundTripOf53BitWords) {
     EXPECT_EQ(fromBitMatrix(53, 53, bitMatrix(w)), w);
 }
 
+TEST(SobolBitMatrix, WithoutAnInputTheHostsOwnError) {
+    zvtest::LeakCheck leaks;
+    EXPECT_EQ(raisedId([&] { zvhost::call(sobolset::DNToMatrix, 1, {}); }), "zvhost:TooFewInputs");
+    EXPECT_EQ(raisedId([&] { zvhost::call(sobolset::MatrixToDN, 1, {}); }), "zvhost:TooFewInputs");
+    // Extra inputs are ignored.
+    Owned w = words(1, 2, {1, 2}), b = zvhost::matrixOf<double>(1, 1, {1.0});
+    EXPECT_EQ(raisedId([&] { zvhost::call(sobolset::DNToMatrix, 1, {w.get(), w.get()}); }), "");
+    EXPECT_EQ(raisedId([&] { zvhost::call(sobolset::MatrixToDN, 1, {b.get(), w.get()}); }), "");
+}
+
 TEST(SobolBitMatrix, NoClassTestReadsWhatIsStored) {
     zvtest::LeakCheck leaks;
     // A logical "word vector" of 3 bytes holds no whole word: all zero.
