@@ -46,6 +46,16 @@ uint64_t xorOfBits(const uint64_t* dir, uint64_t bits) {
     return w;
 }
 
+// A single row straight from the caller's table: regrouping the table would
+// cost more than the row itself.
+void singleRow(const DirectionTable& dirs, const uint64_t* start, size_t startCount, uint64_t bits, uint64_t* x) {
+    for (size_t j = 0; j < dirs.d; ++j) x[j] = j < startCount ? start[j] : 0;
+    for (; bits; bits &= bits - 1) {
+        const uint64_t* column = dirs.v + size_t(std::countr_zero(bits)) * dirs.d;
+        for (size_t j = 0; j < dirs.d; ++j) x[j] ^= column[j];
+    }
+}
+
 // Fills rows 0 .. n-1 in parallel blocks of rows. Each block starts from the
 // direct definition of its first row, start[j] (0 without a start) with the
 // direction numbers of `firstBits(r0)`, and follows the recurrence from there:
@@ -83,7 +93,6 @@ void fillRows(const DimensionMajorTable& table, size_t d, const uint64_t* start,
 
 void sobolSequence(const DirectionTable& dirs, const SequenceRequest& request, uint64_t* x, size_t n) {
     if (n == 0 || dirs.d == 0) return;
-    const DimensionMajorTable table(dirs);
     const uint64_t usable = selectableBits(dirs);
     const uint64_t f = request.first, t = request.step;
     const bool gray = request.gray;
@@ -94,6 +103,8 @@ void sobolSequence(const DirectionTable& dirs, const SequenceRequest& request, u
     const uint64_t origin = request.last ? code(f - t) : 0;
     auto firstBits = [=](size_t r) { return (origin ^ code(f + uint64_t(r) * t)) & usable; };
     const size_t lastCount = request.last ? request.lastCount : 0;
+    if (n == 1) return singleRow(dirs, request.last, lastCount, firstBits(0), x);
+    const DimensionMajorTable table(dirs);
 
     if (request.quick) {
         // Row r follows row r-1 by the step bit of index f + r - 1.
@@ -119,13 +130,14 @@ void sobolSequence(const DirectionTable& dirs, const SequenceRequest& request, u
 void sobolIndexed(const DirectionTable& dirs, const double* indices, size_t indexCount, bool gray,
                   uint64_t* x, size_t n) {
     if (n == 0 || dirs.d == 0) return;
-    const DimensionMajorTable table(dirs);
     const uint64_t usable = selectableBits(dirs);
     // Indices past what the caller's array holds read as 0.
     auto code = [=](size_t r) {
         const uint64_t i = r < indexCount ? checked::truncateSaturated<uint64_t>(indices[r]) : 0;
         return (gray ? grayCode(i) : i) & usable;
     };
+    if (n == 1) return singleRow(dirs, nullptr, 0, code(0), x);
+    const DimensionMajorTable table(dirs);
     fillRows<false>(table, dirs.d, nullptr, 0, code,
                     [&](size_t r0, size_t rows, uint64_t* change) {
                         uint64_t previous = code(r0 - 1);

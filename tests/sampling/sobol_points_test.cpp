@@ -284,6 +284,17 @@ TEST(SobolPoint, OneRowForOneIndex) {
         }
 }
 
+TEST(SobolPoint, ShortTableReadsOnlyItsColumns) {
+    zvtest::LeakCheck leaks;
+    const Table t = randomTable(4, 3, 14);  // 3 direction numbers: index bits from 3 up select nothing
+    Owned v = t.array(), index = zvhost::scalar(13 + 64), flag = zvhost::logicalScalar(false);
+    auto out = zvhost::call(sobolset::sobolPoint, 1, {v.get(), index.get(), flag.get()});
+    Words expected(4);
+    for (size_t j = 0; j < 4; ++j) expected[j] = t.v[0 * 4 + j] ^ t.v[2 * 4 + j];  // 13 = 1101b: bits 0 and 2
+    EXPECT_EQ(values(out[0], 1, 4), expected);
+    EXPECT_EQ(sequence(t, 13 + 64, 0, 1, false), expected);
+}
+
 TEST(SobolNet, FirstPointsInEitherOrder) {
     zvtest::LeakCheck leaks;
     const Table t = randomTable(3, 53, 10);
