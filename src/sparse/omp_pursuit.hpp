@@ -107,17 +107,19 @@ public:
     using T = typename Solver::Value;
     Parallelizer(const Solver& solver, const OmpOutputs<T>& out) : solver_(solver), out_(out) {}
 
-    // Each column allocates and frees its own workspace and writes only its
-    // own output columns, so every column equals the serial run's.
+    // Each task allocates and frees its own workspace and writes only its own
+    // output columns; a pursuit reads nothing of the workspace that it has
+    // not written itself, so every column equals the serial run's. One
+    // workspace per task rather than per column: freeing a block of P x
+    // maxAtoms per column made the allocator give pages back and fault them
+    // in again, which cost more than the pursuits themselves.
     void solveParallel() const {
         if (solver_.numResponses() == 0) return;
         tbb::parallel_for(
             tbb::blocked_range<size_t>(0, solver_.numResponses(), 1),
             [this](const tbb::blocked_range<size_t>& range) {
-                for (size_t j = range.begin(); j != range.end(); ++j) {
-                    typename Solver::Workspace workspace(solver_, Heap::worker);
-                    solver_.solve(j, workspace, out_);
-                }
+                typename Solver::Workspace workspace(solver_, Heap::worker);
+                for (size_t j = range.begin(); j != range.end(); ++j) solver_.solve(j, workspace, out_);
             },
             tbb::auto_partitioner());
     }
