@@ -23,7 +23,7 @@ struct Fit {
 
 struct Options {
     double maxAtoms = 10, maxGroups = 1e9, tolerance = 0, parallel = 0;
-    std::vector<double> groups;  // default: one group per atom
+    std::vector<double> groups = {};  // default: one group per atom
 };
 
 // One call with double or float data; results come back as double.
@@ -231,6 +231,18 @@ TEST(Omp, RankDeficientDictionariesDoNotCrash) {
         EXPECT_EQ(omp(f, same, 2, 3, {2, 1}, {.maxAtoms = 3}).support[0], 1.0);
         EXPECT_EQ(omp(f, std::vector<double>(6, 0.0), 2, 3, {2, 1}, {.maxAtoms = 3}).support[0], 1.0);
     }
+}
+
+TEST(Omp, NonFiniteDataEndsEveryPursuit) {
+    Problem p = sparseProblem(5, 8, 6, 2, 23);
+    p.x[7] = kNaN;                                       // inside atom 2
+    p.y[12] = std::numeric_limits<double>::infinity();  // inside response 3
+    p.y[20] = kNaN;                                      // inside response 5
+    for (Gateway f : kBoth)
+        for (double parallel : {0.0, 1.0}) {
+            const Fit fit = omp(f, p.x, 5, 8, p.y, {.maxAtoms = 8, .tolerance = 1e-3, .parallel = parallel});
+            EXPECT_EQ(fit.support.size(), 8u * 6u);
+        }
 }
 
 TEST(Omp, RecoversExactSparseCodesAndBothFormsAgree) {
