@@ -62,6 +62,7 @@ void run(benchmark::State& state, void (*gateway)(int, ndArray**, int, const ndA
 void BM_Batch64x256(benchmark::State& s) { run(s, ompBatchImpl, 64, 256, 10000, 10, true); }
 void BM_Batch64x256Serial(benchmark::State& s) { run(s, ompBatchImpl, 64, 256, 10000, 10, false); }
 void BM_Batch256x1024(benchmark::State& s) { run(s, ompBatchImpl, 256, 1024, 10000, 10, true); }
+void BM_Batch256x1024Serial(benchmark::State& s) { run(s, ompBatchImpl, 256, 1024, 10000, 10, false); }
 void BM_Chol64x256(benchmark::State& s) { run(s, ompCholImpl, 64, 256, 10000, 10, true); }
 void BM_Chol64x256Serial(benchmark::State& s) { run(s, ompCholImpl, 64, 256, 10000, 10, false); }
 void BM_Chol256x1024(benchmark::State& s) { run(s, ompCholImpl, 256, 1024, 1000, 10, true); }
@@ -69,6 +70,7 @@ void BM_Chol256x1024(benchmark::State& s) { run(s, ompCholImpl, 256, 1024, 1000,
 BENCHMARK(BM_Batch64x256)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Batch64x256Serial)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Batch256x1024)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Batch256x1024Serial)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Chol64x256)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Chol64x256Serial)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_Chol256x1024)->Unit(benchmark::kMillisecond)->UseRealTime();
