@@ -1,0 +1,113 @@
+// Cholesky orthogonal matching pursuit: the residual is formed explicitly and
+// the correlations are recomputed from it with one pass over the dictionary.
+#include "sparse/omp_chol.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "frame/blas.hpp"
+
+namespace featlearn::omp {
+
+template <class T>
+CholOMPSolver<T>::CholOMPSolver(const OmpProblem<T>& problem)
+    : problem_(problem), atomNorms_(problem.numAtoms, Heap::host) {
+    computeXColNorms(problem.numRows, problem.numAtoms, problem.X, atomNorms_.get(), true);
+}
+
+template <class T>
+CholOMPSolver<T>::Workspace::Workspace(const CholOMPSolver& solver, Heap heap)
+    : r(solver.problem_.numRows, heap),
+      alpha(solver.problem_.numAtoms, heap),
+      XtY(solver.problem_.numAtoms, heap),
+      alphaI(solver.problem_.workspaceAtoms(), heap),
+      L(solver.problem_.workspaceAtoms() * solver.problem_.workspaceAtoms(), heap),
+      gamma(solver.problem_.workspaceAtoms(), heap),
+      XI(solver.problem_.numRows * solver.problem_.workspaceAtoms(), heap),
+      w(solver.problem_.workspaceAtoms(), heap),
+      used(solver.problem_.numAtoms, heap),
+      selected(solver.problem_.workspaceAtoms(), heap),
+      seenGroups(solver.problem_.workspaceAtoms(), heap) {}
+
+template <class T>
+void CholOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out) const {
+    const size_t R = problem_.numRows, P = problem_.numAtoms;
+    const int ldX = int(std::max<size_t>(R, 1));
+    const int ldL = int(problem_.workspaceAtoms());
+    const T* X = problem_.X;
+    const T* y = problem_.Y + j * R;
+    const T* atomNorms = atomNorms_.get();
+    T* r = ws.r.get();
+    T* alpha = ws.alpha.get();
+    T* xty = ws.XtY.get();
+    T* alphaI = ws.alphaI.get();
+    T* L = ws.L.get();
+    T* gamma = ws.gamma.get();
+    T* XI = ws.XI.get();
+    T* w = ws.w.get();
+    bool* used = ws.used.get();
+    size_t* selected = ws.selected.get();
+    GroupSet<T> seen(ws.seenGroups.get());
+
+    // X' r: without rows it is 0, which BLAS may not write.
+    auto correlate = [&](T* to) {
+        if (R == 0) std::fill(to, to + P, T(0));
+        else zv::blas::gemv("T", int(R), int(P), T(1), X, ldX, r, 1, T(0), to, 1);
+    };
+    auto normOf = [&](const T* v) {
+        const T s = R == 0 ? T(0) : zv::blas::dot(int(R), v, 1, v, 1);
+        return s > 0 ? std::sqrt(s) : T(0);
+    };
+
+    std::copy(y, y + R, r);
+    correlate(xty);
+    std::copy(xty, xty + P, alpha);
+    const T ynorm = normOf(y);
+    const T stopBelow = ynorm * problem_.tolerance;
+    std::fill(used, used + P, false);
+    size_t count = 0;
+    for (size_t k = 1;; ++k) {
+        const size_t i = selectAtom(alpha, atomNorms, P);
+        if (used[i]) break;
+        const T g = problem_.groups[i];
+        const bool newGroup = !seen.contains(g);
+        if (newGroup && seen.size() == problem_.maxGroups) break;
+
+        const T* x = X + i * R;
+        const T norm = atomNorms[i];
+        if (k == 1) {
+            L[0] = norm;
+            gamma[0] = xty[i] / (norm * norm);
+            alphaI[0] = xty[i];
+        } else {
+            const int n = int(k - 1);
+            if (R == 0) std::fill(w, w + n, T(0));
+            else zv::blas::gemv("T", int(R), n, T(1), XI, ldX, x, 1, T(0), w, 1);
+            // A zero on the diagonal of L (a rank-deficient selection) makes
+            // trtrs return without solving; its status is deliberately ignored.
+            zv::blas::trtrs("U", "T", "N", n, 1, L, ldL, w, n);
+            const T d = norm * norm - zv::blas::dot(n, w, 1, w, 1);
+            std::copy(w, w + n, L + n * ldL);
+            L[n + n * ldL] = d > 0 ? std::sqrt(d) : T(0);
+            alphaI[n] = xty[i];
+            std::copy(alphaI, alphaI + k, gamma);
+            zv::blas::potrs("U", int(k), 1, L, ldL, gamma, int(k));
+        }
+        std::copy(x, x + R, XI + (k - 1) * R);
+        std::copy(y, y + R, r);
+        if (R > 0) zv::blas::gemv("N", int(R), int(k), T(-1), XI, ldX, gamma, 1, T(1), r, 1);
+        const T residual = normOf(r);
+        selected[k - 1] = i;
+        used[i] = true;
+        count = k;
+        if (newGroup) seen.add(g);
+        if (residual < stopBelow || k == problem_.maxAtoms) break;
+        correlate(alpha);
+    }
+    scatterResponse(problem_, j, selected, gamma, count, out);
+}
+
+template class CholOMPSolver<double>;
+template class CholOMPSolver<float>;
+
+}  // namespace featlearn::omp
