@@ -58,4 +58,19 @@ void consoleWrite(const std::string& text);
 std::string toUtf8(const std::u16string& s);
 std::u16string fromUtf8(const std::string& s);
 
+// BLAS runs inside parallel bodies, so for the length of an outermost call it
+// keeps one thread; the caller's own setting comes back afterwards.
+class BlasThreadScope {
+public:
+    BlasThreadScope();
+    ~BlasThreadScope();
+    BlasThreadScope(const BlasThreadScope&) = delete;
+    BlasThreadScope& operator=(const BlasThreadScope&) = delete;
+    // Finds the thread controls in a loaded library's own scope.
+    static void resolveFrom(void* handle);
+
+private:
+    int saved_ = 0;
+};
+
 }  // namespace zvhost::detail

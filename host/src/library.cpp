@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <climits>
 
 #include "internal.hpp"
@@ -70,6 +71,9 @@ BuiltinsLibrary::BuiltinsLibrary(const std::string& path) {
     // Never unloaded: oneTBB, which it brings in, keeps worker threads alive.
     handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (!handle_) detail::raise("zvhost:CannotLoadLibrary", {std::string(dlerror())});
+    // Its BLAS may sit in a local scope (Python loads numpy's privately),
+    // out of reach of the global lookup.
+    detail::BlasThreadScope::resolveFrom(handle_);
 }
 BuiltinsLibrary::~BuiltinsLibrary() {
     if (handle_) dlclose(handle_);
@@ -85,9 +89,35 @@ void BuiltinsLibrary::terminate() const {
     if (auto f = reinterpret_cast<void (*)()>(symbol("ModTerminate_libzvstatsbuiltins"))) f();
 }
 
+namespace {
+using SetThreads = void (*)(int);
+using GetThreads = int (*)();
+std::atomic<SetThreads> blasSetThreads{nullptr};
+std::atomic<GetThreads> blasGetThreads{nullptr};
+}  // namespace
+
+void detail::BlasThreadScope::resolveFrom(void* handle) {
+    auto set = reinterpret_cast<SetThreads>(dlsym(handle, "openblas_set_num_threads"));
+    auto get = reinterpret_cast<GetThreads>(dlsym(handle, "openblas_get_num_threads"));
+    if (!set || !get || blasSetThreads.load()) return;
+    blasGetThreads.store(get);
+    blasSetThreads.store(set);
+}
+
+detail::BlasThreadScope::BlasThreadScope() {
+    SetThreads set = blasSetThreads.load();
+    if (!set) return;
+    saved_ = blasGetThreads.load()();
+    if (saved_ != 1) set(1);
+}
+
+detail::BlasThreadScope::~BlasThreadScope() {
+    if (saved_ > 1) blasSetThreads.load()(saved_);
+}
+
 void limitBlasThreads() {
-    using SetThreads = void (*)(int);
-    if (auto f = reinterpret_cast<SetThreads>(dlsym(RTLD_DEFAULT, "openblas_set_num_threads"))) f(1);
+    detail::BlasThreadScope::resolveFrom(RTLD_DEFAULT);
+    if (SetThreads set = blasSetThreads.load()) set(1);
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <thread>
 #include <unordered_map>
@@ -224,6 +225,8 @@ long threadViolations() { return violations.load(); }
 std::vector<ndArray*> callGateway(Gateway f, int numOutputs, std::span<const ndArray* const> inputs) {
     std::vector<ndArray*> slots(size_t(numOutputs > 1 ? numOutputs : 1), nullptr);
     bool outermost = enterCall() == 1;
+    std::optional<detail::BlasThreadScope> blasThreads;
+    if (outermost) blasThreads.emplace();
     resetInterruptForCall(outermost);
     pushScratchScope();
     try {
