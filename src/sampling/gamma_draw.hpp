@@ -4,8 +4,7 @@
 
 #include <cmath>
 #include <cstddef>
-#include <limits>
-
+#include "frame/constants.hpp"
 #include "frame/message_ids.hpp"
 
 namespace zv::sampling {
@@ -22,7 +21,7 @@ constexpr double kSqueeze = 0.0331;
 template <class Source>
 double drawGamma(double a, Source& source) {
     if (a == 0) return 0.0;
-    if (!(a > 0)) return std::numeric_limits<double>::quiet_NaN();  // negative or NaN
+    if (!(a > 0)) return zv::constants::nan;  // negative or NaN
     if (std::isinf(a)) return a;
 
     const bool boosted = a < 1;
