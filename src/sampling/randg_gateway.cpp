@@ -111,6 +111,8 @@ ZV_EXPORT void randg(ZV_GATEWAY_SIGNATURE) {
     if (request.count > 1) {
         sizes.emplace(request.count - 1, &inputs[1]);
         zv::raiseIf<ids::InputSizeMismatch>(count != 1 && !sizes->sameSizeAs(shapeArg));
+        // The host's arrays end at their last non-singleton dimension.
+        sizes->dropTrailingOnes();
         dims = sizes->dims();
         ndim = sizes->ndim();
         count = sizes->total();
