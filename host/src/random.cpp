@@ -128,6 +128,9 @@ std::shared_ptr<RandStream> defaultStreamPtr = std::make_shared<MersenneStream>(
 // The stream that defaultStreamPtr owns, for the draws: they come a few numbers
 // at a time, and a lock per request would cost as much as the numbers.
 std::atomic<RandStream*> defaultRaw{defaultStreamPtr.get()};
+// The same stream when it is the standard kind, so that its draws are called
+// directly and inline rather than through the virtual table; null otherwise.
+std::atomic<MersenneStream*> defaultMersenne{static_cast<MersenneStream*>(defaultStreamPtr.get())};
 
 RandStream& defaultRef() { return *defaultRaw.load(std::memory_order_acquire); }
 
@@ -150,6 +153,7 @@ void seedDefaultStream(uint32_t seed) { setDefaultStream(makeStream(seed)); }
 void setDefaultStream(std::shared_ptr<RandStream> stream) {
     std::lock_guard<std::mutex> lock(defaultMutex);
     defaultRaw.store(stream.get(), std::memory_order_release);
+    defaultMersenne.store(dynamic_cast<MersenneStream*>(stream.get()), std::memory_order_release);
     defaultStreamPtr = std::move(stream);
 }
 std::shared_ptr<RandStream> defaultStream() {
@@ -227,9 +231,11 @@ void randkpermFcn(RandStream* stream, double* out, size_t k, double nd) {
 
 void hostRandu(double* out, size_t n) {
     checkHostThread("hostRandu");
-    defaultRef().uniform(out, n);
+    if (MersenneStream* m = defaultMersenne.load(std::memory_order_acquire)) m->uniform(out, n);
+    else defaultRef().uniform(out, n);
 }
 void hostRandn(double* out, size_t n) {
     checkHostThread("hostRandn");
-    defaultRef().normal(out, n);
+    if (MersenneStream* m = defaultMersenne.load(std::memory_order_acquire)) m->normal(out, n);
+    else defaultRef().normal(out, n);
 }

@@ -18,10 +18,10 @@ constexpr double kSqueeze = 0.0331;
 // The constants of the squeeze for one shape, worked out once for all the
 // draws that share it.
 struct GammaShape {
-    double a;
     bool boosted;  // a < 1: draw with a + 1 and scale by u^(1/a)
     double d;
     double c;
+    double inverseA;  // the power 1/a of the boost
 
     // Shapes 0, negative, NaN and infinite give 0, NaN, NaN and infinity
     // without a draw.
@@ -29,7 +29,10 @@ struct GammaShape {
     static double specialValue(double a) { return a == 0 ? 0.0 : a > 0 ? a : zv::constants::nan; }
 
     explicit GammaShape(double shape)
-        : a(shape), boosted(shape < 1), d((boosted ? shape + 1 : shape) - kOneThird), c(1 / std::sqrt(d * 9 + 0)) {}
+        : boosted(shape < 1),
+          d((boosted ? shape + 1 : shape) - kOneThird),
+          c(1 / std::sqrt(d * 9 + 0)),
+          inverseA(1 / shape) {}
 };
 
 // One gamma variate of a shape that is positive and finite. `Source` gives
@@ -50,7 +53,7 @@ double drawGamma(const GammaShape& g, Source& source) {
         v = v * v * v;
         // The multiplications run left to right: results depend on it.
         if (u[0] < 1 - x * x * kSqueeze * x * x || std::log(u[0]) < ((1 - v) + std::log(v)) * g.d + x * 0.5 * x)
-            return g.boosted ? g.d * v * std::pow(u[1], 1 / g.a) : g.d * v;
+            return g.boosted ? g.d * v * std::pow(u[1], g.inverseA) : g.d * v;
         if (--passesLeft == 0) ndErrMsgId(stats::randg::IterLimitExceeded());
         source.uniform(u, 1);
     }
