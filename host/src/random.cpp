@@ -1,6 +1,6 @@
 // Host random streams: MT19937 streams, the scripted stream, the default
 // stream and the operations the builtins call.
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <atomic>
 #include <cmath>
@@ -18,7 +18,7 @@ RandStream::~RandStream() = default;
 namespace {
 
 // MT19937 with the output of std::mt19937 (init_genrand seeding), made a
-// block of 624 words at a time with SSE2 and turned into 312 doubles of 53
+// block of 624 words at a time with AVX2 or SSE2 and turned into 312 doubles of 53
 // bits, two words each, (a>>5, b>>6): the builtins ask the streams for a few
 // numbers at a time, millions of times. A block holds whole pairs, so no
 // double straddles two blocks.
@@ -54,6 +54,48 @@ private:
     static void store(uint32_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
     void refill() {
+        if (hasAvx2) refillAvx2();
+        else refillSse2();
+        next_ = 0;
+    }
+
+    // The same block eight lanes at a time.
+    __attribute__((target("avx2"))) static __m256i load8(const uint32_t* p) {
+        return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    }
+    __attribute__((target("avx2"))) static void twist8(uint32_t* mt, uint32_t i, uint32_t far) {
+        const __m256i upper = _mm256_set1_epi32(int(0x80000000u)), lower = _mm256_set1_epi32(0x7fffffff);
+        const __m256i y = _mm256_or_si256(_mm256_and_si256(load8(mt + i), upper), _mm256_and_si256(load8(mt + i + 1), lower));
+        const __m256i odd = _mm256_sub_epi32(_mm256_setzero_si256(), _mm256_and_si256(y, _mm256_set1_epi32(1)));
+        const __m256i mag = _mm256_and_si256(odd, _mm256_set1_epi32(int(0x9908b0dfu)));
+        const __m256i w = _mm256_xor_si256(_mm256_xor_si256(load8(mt + far), _mm256_srli_epi32(y, 1)), mag);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(mt + i), w);
+    }
+    __attribute__((target("avx2"))) void refillAvx2() {
+        uint32_t* mt = state_;
+        uint32_t i = 0;
+        for (; i + 8 <= kN - kM; i += 8) twist8(mt, i, i + kM);
+        for (; i < kN - kM; ++i) mt[i] = twistOne(mt[i], mt[i + 1], mt[i + kM]);
+        for (; i + 8 <= kN - 1; i += 8) twist8(mt, i, i + kM - kN);
+        for (; i < kN - 1; ++i) mt[i] = twistOne(mt[i], mt[i + 1], mt[i + kM - kN]);
+        mt[kN - 1] = twistOne(mt[kN - 1], mt[0], mt[kM - 1]);
+
+        const __m256d high = _mm256_set1_pd(67108864.0), scale = _mm256_set1_pd(1.0 / 9007199254740992.0);
+        const __m256i evens = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7), odds = _mm256_setr_epi32(1, 3, 5, 7, 0, 2, 4, 6);
+        for (uint32_t k = 0; k < kN; k += 8) {
+            __m256i y = load8(mt + k);
+            y = _mm256_xor_si256(y, _mm256_srli_epi32(y, 11));
+            y = _mm256_xor_si256(y, _mm256_and_si256(_mm256_slli_epi32(y, 7), _mm256_set1_epi32(int(0x9d2c5680u))));
+            y = _mm256_xor_si256(y, _mm256_and_si256(_mm256_slli_epi32(y, 15), _mm256_set1_epi32(int(0xefc60000u))));
+            y = _mm256_xor_si256(y, _mm256_srli_epi32(y, 18));
+            const __m128i a = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_srli_epi32(y, 5), evens));
+            const __m128i b = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_srli_epi32(y, 6), odds));
+            const __m256d x = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(a), high), _mm256_cvtepi32_pd(b));
+            _mm256_storeu_pd(out_ + k / 2, _mm256_mul_pd(x, scale));
+        }
+    }
+
+    void refillSse2() {
         uint32_t* mt = state_;
         uint32_t i = 0;
         // Words i < N - M read words not yet renewed; later ones read renewed
@@ -80,8 +122,9 @@ private:
             const __m128d x = _mm_add_pd(_mm_mul_pd(_mm_cvtepi32_pd(a), high), _mm_cvtepi32_pd(b));
             _mm_store_pd(out_ + k / 2, _mm_mul_pd(x, scale));
         }
-        next_ = 0;
     }
+
+    static inline const bool hasAvx2 = __builtin_cpu_supports("avx2");
 
     alignas(16) uint32_t state_[kN];
     alignas(16) double out_[kN / 2];
