@@ -18,10 +18,10 @@ RandStream::~RandStream() = default;
 namespace {
 
 // MT19937 with the output of std::mt19937 (init_genrand seeding), made a
-// block of 624 words at a time with AVX2 or SSE2 and turned into 312 doubles of 53
-// bits, two words each, (a>>5, b>>6): the builtins ask the streams for a few
-// numbers at a time, millions of times. A block holds whole pairs, so no
-// double straddles two blocks.
+// block of 624 words at a time with AVX2 or SSE2 and turned into 312 doubles
+// of 53 bits, two words each, (a>>5, b>>6): the builtins ask the streams for
+// a few numbers at a time, millions of times. A block holds whole pairs, so
+// no double straddles two blocks.
 class Mt19937Doubles {
 public:
     explicit Mt19937Doubles(uint32_t seed) {
@@ -53,6 +53,8 @@ private:
     static __m128i load(const uint32_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
     static void store(uint32_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
 
+    // In the twist, words i < N - M read words not yet renewed; later ones
+    // read renewed words N - M places back, more than a vector's lanes behind.
     void refill() {
         if (hasAvx2) refillAvx2();
         else refillSse2();
@@ -65,7 +67,8 @@ private:
     }
     __attribute__((target("avx2"))) static void twist8(uint32_t* mt, uint32_t i, uint32_t far) {
         const __m256i upper = _mm256_set1_epi32(int(0x80000000u)), lower = _mm256_set1_epi32(0x7fffffff);
-        const __m256i y = _mm256_or_si256(_mm256_and_si256(load8(mt + i), upper), _mm256_and_si256(load8(mt + i + 1), lower));
+        const __m256i y =
+            _mm256_or_si256(_mm256_and_si256(load8(mt + i), upper), _mm256_and_si256(load8(mt + i + 1), lower));
         const __m256i odd = _mm256_sub_epi32(_mm256_setzero_si256(), _mm256_and_si256(y, _mm256_set1_epi32(1)));
         const __m256i mag = _mm256_and_si256(odd, _mm256_set1_epi32(int(0x9908b0dfu)));
         const __m256i w = _mm256_xor_si256(_mm256_xor_si256(load8(mt + far), _mm256_srli_epi32(y, 1)), mag);
@@ -81,7 +84,8 @@ private:
         mt[kN - 1] = twistOne(mt[kN - 1], mt[0], mt[kM - 1]);
 
         const __m256d high = _mm256_set1_pd(67108864.0), scale = _mm256_set1_pd(1.0 / 9007199254740992.0);
-        const __m256i evens = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7), odds = _mm256_setr_epi32(1, 3, 5, 7, 0, 2, 4, 6);
+        const __m256i evens = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+        const __m256i odds = _mm256_setr_epi32(1, 3, 5, 7, 0, 2, 4, 6);
         for (uint32_t k = 0; k < kN; k += 8) {
             __m256i y = load8(mt + k);
             y = _mm256_xor_si256(y, _mm256_srli_epi32(y, 11));
@@ -98,8 +102,6 @@ private:
     void refillSse2() {
         uint32_t* mt = state_;
         uint32_t i = 0;
-        // Words i < N - M read words not yet renewed; later ones read renewed
-        // words N - M places back, always at least four lanes behind.
         for (; i + 4 <= kN - kM; i += 4) store(mt + i, twist(load(mt + i), load(mt + i + 1), load(mt + i + kM)));
         for (; i < kN - kM; ++i) mt[i] = twistOne(mt[i], mt[i + 1], mt[i + kM]);
         for (; i + 4 <= kN - 1; i += 4)
@@ -124,7 +126,11 @@ private:
         }
     }
 
-    static inline const bool hasAvx2 = __builtin_cpu_supports("avx2");
+    // Either path gives the same numbers; this only picks the faster one.
+    static inline const bool hasAvx2 = [] {
+        __builtin_cpu_init();
+        return __builtin_cpu_supports("avx2") != 0;
+    }();
 
     alignas(16) uint32_t state_[kN];
     alignas(16) double out_[kN / 2];

@@ -196,7 +196,8 @@ TEST(Randg, SizeArguments) {
     EXPECT_EQ(dims(zvhost::call(randg, 1, {a.get(), vec.get()})[0]), (std::vector<size_t>{2, 3}));
     EXPECT_EQ(dims(zvhost::call(randg, 1, {a.get(), three.get()})[0]), (std::vector<size_t>{3, 3}));
     // A non-scalar shape must have the stated size; trailing ones don't count.
-    EXPECT_EQ(dims(zvhost::call(randg, 1, {m23.get(), two.get(), three.get(), one.get()})[0]), (std::vector<size_t>{2, 3}));
+    EXPECT_EQ(dims(zvhost::call(randg, 1, {m23.get(), two.get(), three.get(), one.get()})[0]),
+              (std::vector<size_t>{2, 3}));
     EXPECT_EQ(dims(zvhost::call(randg, 1, {a.get(), two.get(), one.get(), three.get(), one.get()})[0]),
               (std::vector<size_t>{2, 1, 3}));
     EXPECT_EQ(raisedId([&] { zvhost::call(randg, 1, {m32.get(), two.get(), three.get()}); }),

@@ -159,10 +159,12 @@ TEST(Wswor, IdentifiersInOrder) {
     Owned cell(ndCreateCellMatrix(1, 3)), cplx(zvhost::createComplexMatrix(1, 3)), txt = zvhost::text("abc");
     Owned k1 = zvhost::scalar(1), k2 = zvhost::scalar(2), k3 = zvhost::scalar(3), k4 = zvhost::scalar(4);
     Owned kNeg = zvhost::scalar(-1), kNan = zvhost::scalar(std::nan("")), kHalf = zvhost::scalar(1.5);
-    Owned kPair = zvhost::matrixOf<double>(1, 2), kCplx(zvhost::createComplexMatrix(1, 1)), kYes = zvhost::logicalScalar(true);
+    Owned kPair = zvhost::matrixOf<double>(1, 2), kCplx(zvhost::createComplexMatrix(1, 1));
+    Owned kYes = zvhost::logicalScalar(true);
     Owned kHuge = zvhost::scalar(281474976710656.0), kInf = zvhost::scalar(std::numeric_limits<double>::infinity());
     Owned kLimit = zvhost::scalar(281474976710655.0);
-    Owned negative = zvhost::matrixOf<double>(1, 3, {1, -1, 2}), negativeLate = zvhost::matrixOf<double>(1, 3, {0, 0, -1});
+    Owned negative = zvhost::matrixOf<double>(1, 3, {1, -1, 2});
+    Owned negativeLate = zvhost::matrixOf<double>(1, 3, {0, 0, -1});
     auto id = [](int nout, std::vector<const ndArray*> in) {
         return raisedId([&] { zvhost::call(wswor, nout, in); });
     };
