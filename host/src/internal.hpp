@@ -37,7 +37,13 @@ namespace zvhost::detail {
 [[noreturn]] void raise(const char* id, std::vector<BaseMsgID::Arg> args = {});
 // Counts one allocation of `kind`; true when it is the one armed to fail.
 bool allocationShouldFail(unsigned kind);
-void checkHostThread(const char* service);
+// Host-thread services check their caller only when strict checks are on;
+// the test of the switch is inline, since random draws come in millions.
+extern std::atomic<bool> strictThreadChecks;
+void checkHostThreadStrictly(const char* service);
+inline void checkHostThread(const char* service) {
+    if (strictThreadChecks.load(std::memory_order_relaxed)) checkHostThreadStrictly(service);
+}
 void noteArrayCreated();
 void noteArrayDestroyed();
 

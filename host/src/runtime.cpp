@@ -16,7 +16,6 @@ std::atomic<long> liveArrays{0};
 std::atomic<long> liveWorkerScratch{0};
 std::atomic<long> allocationCountdown{0};
 std::atomic<unsigned> allocationKinds{0};
-std::atomic<bool> strictThreads{false};
 std::atomic<long> violations{0};
 
 // The thread on which the outermost gateway call runs.
@@ -61,8 +60,9 @@ bool allocationShouldFail(unsigned kind) {
     return false;
 }
 
-void checkHostThread(const char* service) {
-    if (!strictThreads.load(std::memory_order_relaxed)) return;
+std::atomic<bool> strictThreadChecks{false};
+
+void checkHostThreadStrictly(const char* service) {
     std::thread::id host = hostThread.load();
     if (host != std::thread::id{} && host != std::this_thread::get_id()) {
         ++violations;
@@ -218,7 +218,7 @@ void failAllocationAt(long n, unsigned kinds) {
     allocationKinds.store(n > 0 ? kinds : 0);
 }
 
-void setStrictThreadChecks(bool on) { strictThreads.store(on); }
+void setStrictThreadChecks(bool on) { detail::strictThreadChecks.store(on); }
 long threadViolations() { return violations.load(); }
 
 // ---- the call boundary -----------------------------------------------------------

@@ -1,27 +1,18 @@
 // statsizechkBIF: the common size of parameter arrays and size arguments, for
 // the random-number and distribution functions of the host's language.
-#include <algorithm>
 #include <cstdint>
+#include <optional>
 
 #include "frame/gateway.hpp"
+#include "frame/size_arguments.hpp"
 
 namespace {
 
 namespace ids = stats::statsizechk;
 
-constexpr size_t kLocalDims = 10;  // size lists up to this long need no scratch
-
 bool isPlainValue(const ndArray* a) {
     ndClassID c = ndGetClassID(a);
     return ndIsNumeric(a) || c == ndLOGICAL_CLASS || c == ndCHAR_CLASS;
-}
-
-// Dimension lists agree when equal up to the longer length, with missing
-// trailing entries counting as 1.
-bool sameSize(const size_t* a, size_t na, const size_t* b, size_t nb) {
-    for (size_t k = 0; k < std::max(na, nb); ++k)
-        if ((k < na ? a[k] : 1) != (k < nb ? b[k] : 1)) return false;
-    return true;
 }
 
 }  // namespace
@@ -49,24 +40,17 @@ ZV_EXPORT void statsizechkBIF(ZV_GATEWAY_SIGNATURE) {
     zv::raiseIf<ids::BadNParams>(np < 0);
     zv::raiseIf<ids::WrongNumInputs>(numInputs <= np);
 
-    size_t localDims[kLocalDims];
-    size_t* dims = localDims;
+    std::optional<zv::SizeArguments> sizes;
     size_t ndim = 0;
     size_t total = 0;
     const size_t* current = nullptr;  // the common size so far, if any
     if (np + 1 < numInputs) {
-        const int count = numInputs - np - 1;
-        ndim = count == 1 ? ndGetNumberOfElements(inputs[np + 1]) : size_t(count);
-        // A single scalar size stands for a square, so leave room for two.
-        if (std::max<size_t>(ndim, 2) > kLocalDims) dims = static_cast<size_t*>(ndCalloc(ndim, 8));
-        total = ndGetDims(count, &inputs[np + 1], dims, &ndim);
-        ndCheckDim(dims, ndim, 8);
-        while (ndim > 2 && dims[ndim - 1] == 1) --ndim;
-        current = dims;
+        sizes.emplace(numInputs - np - 1, &inputs[np + 1]);
+        sizes->dropTrailingOnes();
+        current = sizes->dims();
+        ndim = sizes->ndim();
+        total = sizes->total();
     }
-    auto releaseDims = [&] {
-        if (dims != localDims) ndFree(dims);
-    };
 
     for (int i = np; i >= 1; --i) {
         const ndArray* param = inputs[i];
@@ -77,8 +61,7 @@ ZV_EXPORT void statsizechkBIF(ZV_GATEWAY_SIGNATURE) {
             current = pd;
             ndim = pn;
             total = ndGetNumberOfElements(param);
-        } else if (!sameSize(current, ndim, pd, pn)) {
-            releaseDims();
+        } else if (!zv::sameSize(current, ndim, pd, pn)) {
             return;
         }
     }
@@ -99,5 +82,4 @@ ZV_EXPORT void statsizechkBIF(ZV_GATEWAY_SIGNATURE) {
         for (size_t k = 0; k < ndim; ++k) out[k] = double(current[k]);
     }
     if (numOutputs == 3) *static_cast<double*>(ndGetData(outputs[2])) = double(total);
-    releaseDims();
 }
