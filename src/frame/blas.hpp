@@ -21,6 +21,10 @@ void dtrmv_(const char* uplo, const char* trans, const char* diag, const int* n,
             const int* lda, double* x, const int* incx, size_t, size_t, size_t);
 void strmv_(const char* uplo, const char* trans, const char* diag, const int* n, const float* a,
             const int* lda, float* x, const int* incx, size_t, size_t, size_t);
+double ddot_(const int* n, const double* x, const int* incx, const double* y, const int* incy);
+float sdot_(const int* n, const float* x, const int* incx, const float* y, const int* incy);
+void daxpy_(const int* n, const double* alpha, const double* x, const int* incx, double* y, const int* incy);
+void saxpy_(const int* n, const float* alpha, const float* x, const int* incx, float* y, const int* incy);
 }
 
 namespace zv::blas {
@@ -48,6 +52,19 @@ inline void trmv(const char* uplo, const char* trans, const char* diag, int n, c
 inline void trmv(const char* uplo, const char* trans, const char* diag, int n, const float* a,
                  int lda, float* x, int incx) {
     strmv_(uplo, trans, diag, &n, a, &lda, x, &incx, 1, 1, 1);
+}
+
+inline double dot(int n, const double* x, int incx, const double* y, int incy) {
+    return ddot_(&n, x, &incx, y, &incy);
+}
+inline float dot(int n, const float* x, int incx, const float* y, int incy) {
+    return sdot_(&n, x, &incx, y, &incy);
+}
+inline void axpy(int n, double alpha, const double* x, int incx, double* y, int incy) {
+    daxpy_(&n, &alpha, x, &incx, y, &incy);
+}
+inline void axpy(int n, float alpha, const float* x, int incx, float* y, int incy) {
+    saxpy_(&n, &alpha, x, &incx, y, &incy);
 }
 
 }  // namespace zv::blas
