@@ -39,6 +39,8 @@ void dpotrs_(const char* uplo, const int* n, const int* nrhs, const double* a, c
              double* b, const int* ldb, int* info, size_t);
 void spotrs_(const char* uplo, const int* n, const int* nrhs, const float* a, const int* lda,
              float* b, const int* ldb, int* info, size_t);
+void daxpy_(const int* n, const double* alpha, const double* x, const int* incx, double* y, const int* incy);
+void saxpy_(const int* n, const float* alpha, const float* x, const int* incx, float* y, const int* incy);
 }
 
 namespace zv::blas {
@@ -104,6 +106,12 @@ inline int potrs(const char* uplo, int n, int nrhs, const float* a, int lda, flo
     int info = 0;
     spotrs_(uplo, &n, &nrhs, a, &lda, b, &ldb, &info, 1);
     return info;
+}
+inline void axpy(int n, double alpha, const double* x, int incx, double* y, int incy) {
+    daxpy_(&n, &alpha, x, &incx, y, &incy);
+}
+inline void axpy(int n, float alpha, const float* x, int incx, float* y, int incy) {
+    saxpy_(&n, &alpha, x, &incx, y, &incy);
 }
 
 }  // namespace zv::blas

@@ -1,0 +1,91 @@
+// Engines of the lasso sweeps: dense with a carried residual, covariance form,
+// and the residual of a coefficient vector.
+#include "sparse/lasso.hpp"
+
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
+#include <tbb/task_group.h>
+
+#include <algorithm>
+
+#include "sparse/lasso_blas.hpp"
+#include "sparse/lasso_threshold.hpp"
+
+namespace zv::lasso {
+
+namespace {
+
+// r -= delta * column. Each row is updated on its own, so the parallel form
+// gives the same values whatever the thread count.
+template <class T>
+void updateResidual(size_t N, const T* column, T delta, T* r) {
+    if (N <= kParallelUpdateRows) {
+        columnAxpy(N, -delta, column, r);
+        return;
+    }
+    tbb::task_group_context context;
+    tbb::parallel_for(
+        tbb::blocked_range<size_t>(0, N, 1),
+        [=](const tbb::blocked_range<size_t>& rows) {
+            for (size_t i = rows.begin(); i != rows.end(); ++i) r[i] = r[i] - column[i] * delta;
+        },
+        tbb::auto_partitioner(), context);
+}
+
+}  // namespace
+
+template <class T>
+void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* weightedX, T const* y, T* r,
+                            T* b, bool* active, T divisor, T const* shrink, T threshold, bool haveResidual,
+                            T const* xx) {
+    if (!haveResidual) {
+        std::copy_n(y, N, r);
+        subtractProduct<T>(N, P, X, b, r);
+    }
+    for (size_t j = 0; j < P; ++j) {
+        if (!active[j]) continue;
+        const T old = b[j];
+        const T d = columnDot<T>(N, weightedX + j * N, r);
+        const T ownContribution = xx ? b[j] * xx[j] : T(0);
+        const T g = (d + ownContribution) / divisor;
+        softThreshold(g, threshold, shrink[j], b[j], active[j]);
+        // Also with a zero delta: r stays exactly what the update sequence makes it.
+        updateResidual<T>(N, X + j * N, b[j] - old, r);
+    }
+}
+
+template <class T>
+void typedCoordDescentCycleWithCov(unsigned long P, T const* c, T const* G, T* b, bool* active, T divisor,
+                                   T const* shrink, T threshold) {
+    for (size_t j = 0; j < P; ++j) {
+        if (!active[j]) continue;
+        // Over the b updated so far in this sweep: each coordinate sees the ones before it.
+        const T* column = G + j * P;
+        const T d = columnDot<T>(P, b, column);
+        const T g = (c[j] - d + column[j] * b[j]) / divisor;
+        softThreshold(g, threshold, shrink[j], b[j], active[j]);
+    }
+}
+
+template <class T>
+void typedYminusXb(unsigned long N, unsigned long P, T const* X, T const* b, bool const* active, T* r) {
+    for (size_t j = 0; j < P; ++j) {
+        if (!active[j]) continue;
+        const T* column = X + j * N;
+        const T coefficient = b[j];
+        for (size_t i = 0; i < N; ++i) r[i] = r[i] - column[i] * coefficient;
+    }
+}
+
+#define ZV_LASSO_INSTANTIATE(T)                                                                            \
+    template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T*, T const*, T const*, T*, T*,   \
+                                            bool*, T, T const*, T, bool, T const*);                        \
+    template void typedCoordDescentCycleWithCov<T>(unsigned long, T const*, T const*, T*, bool*, T,         \
+                                                   T const*, T);                                           \
+    template void typedYminusXb<T>(unsigned long, unsigned long, T const*, T const*, bool const*, T*);
+ZV_LASSO_INSTANTIATE(double)
+ZV_LASSO_INSTANTIATE(float)
+#undef ZV_LASSO_INSTANTIATE
+
+}  // namespace zv::lasso

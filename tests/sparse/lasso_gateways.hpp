@@ -1,0 +1,68 @@
+// The lasso gateways the sparse-regression tests call, and a few helpers to
+// build their inputs.
+#pragma once
+
+#include <random>
+#include <vector>
+
+#include "support/gateways.hpp"
+
+void lassoCoordDescentCycle(int, ndArray**, int, const ndArray**);
+void lassoCoordDescentCycleWithCov(int, ndArray**, int, const ndArray**);
+void lassoYminusXb(int, ndArray**, int, const ndArray**);
+void lassoglmCoordDescentCycleNoRecalc(int, ndArray**, int, const ndArray**);
+void lassoglmWtimesX2(int, ndArray**, int, const ndArray**);
+
+namespace zvtest::lasso {
+
+template <class T>
+zvhost::Owned column(const std::vector<T>& v) {
+    return zvhost::matrixOf<T>(v.size(), 1, std::span<const T>(v));
+}
+
+inline zvhost::Owned mask(const std::vector<bool>& v) {
+    zvhost::Owned a(ndCreateLogicalMatrix(v.size(), 1));
+    bool* p = ndGetLogicals(a.get());
+    for (size_t j = 0; j < v.size(); ++j) p[j] = v[j];
+    return a;
+}
+
+template <class T>
+zvhost::Owned scalarOf(double x) {
+    if constexpr (std::is_same_v<T, float>) return zvhost::Owned(ndCreateSingleScalar(float(x)));
+    else return zvhost::scalar(x);
+}
+
+inline std::vector<bool> maskValues(const ndArray* a) {
+    const bool* p = ndGetLogicals(a);
+    return std::vector<bool>(p, p + ndGetNumberOfElements(a));
+}
+
+template <class T>
+std::vector<T> normals(size_t count, unsigned seed, double scale = 1.0) {
+    std::mt19937 gen(seed);
+    std::normal_distribution<double> normal(0.0, scale);
+    std::vector<T> v(count);
+    for (auto& x : v) x = T(normal(gen));
+    return v;
+}
+
+template <class T>
+void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
+        ASSERT_EQ(a[i], b[i]) << "at " << i;
+    }
+}
+
+template <class T>
+void expectNear(const std::vector<T>& a, const std::vector<T>& b, double relative) {
+    ASSERT_EQ(a.size(), b.size());
+    double scale = 0;
+    for (T v : b) scale = std::max(scale, std::abs(double(v)));
+    for (size_t i = 0; i < a.size(); ++i)
+        ASSERT_NEAR(double(a[i]), double(b[i]), relative * std::max(scale, 1.0)) << "at " << i;
+}
+
+}  // namespace zvtest::lasso
