@@ -51,6 +51,10 @@ struct CrossBlock {
 template <class T>
 void computeCrossBlock(const CrossBlock<T>& block);
 
+// out[k] = sqrt(values[k]) for k < n, by vectors where the processor has them.
+template <class T>
+void computeRoots(const T* values, size_t n, T* out);
+
 // Computes rows [rowBegin, rowEnd) of the triangle into task.y.
 template <class T>
 void computeTriangleRows(const TriangleTask<T>& task, size_t rowBegin, size_t rowEnd);

@@ -198,8 +198,24 @@ void dispatchRows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
     }
 }
 
+// Square roots by vectors; each is correctly rounded, as the scalar root is.
+template <class T>
+void roots(const T* in, size_t n, T* out) {
+    using V = typename Vec<T>::type;
+    constexpr size_t VL = sizeof(V) / sizeof(T);
+    size_t k = 0;
+    for (; k + VL <= n; k += VL) {
+        V r = load<V>(in + k);
+        for (size_t l = 0; l < VL; ++l) r[l] = finish<T, PairMetric::Euclidean>(r[l], 0);
+        std::memcpy(out + k, &r, sizeof(V));
+    }
+    for (; k < n; ++k) out[k] = finish<T, PairMetric::Euclidean>(in[k], 0);
+}
+
 }  // namespace
 
+void computeRoots(const double* in, size_t n, double* out) { roots(in, n, out); }
+void computeRoots(const float* in, size_t n, float* out) { roots(in, n, out); }
 void computeBlock(const CrossBlock<double>& b) { dispatchBlock(b); }
 void computeBlock(const CrossBlock<float>& b) { dispatchBlock(b); }
 void computeRows(const TriangleTask<double>& t, size_t rowBegin, size_t rowEnd) {
