@@ -90,7 +90,7 @@ private:
 };
 
 // The host's "pdist2" on the data (n-by-p, a point is a row) and row i:
-// serial, on the host thread.
+// serial, on the host thread. Values the data lacks are NaN in the row.
 class HostPdist2Rows {
 public:
     HostPdist2Rows(const ndArray* x, size_t n, size_t p, const ndArray* metric)
@@ -98,9 +98,7 @@ public:
           elementBytes_(stored_ / std::max<size_t>(1, ndGetNumberOfElements(x))) {}
 
     matrix::unique_nd_ptr operator()(size_t i) const {
-        const size_t dims[2] = {1, p_};
-        matrix::unique_nd_ptr row =
-            matrix::detail::do_create_numeric(std::span<const size_t>(dims, 2), ndGetClassID(x_), ndREAL);
+        matrix::unique_nd_ptr row = distance::missingValues(ndGetClassID(x_), 1, p_);
         const char* from = static_cast<const char*>(ndGetData(x_));
         char* to = static_cast<char*>(ndGetData(row.get()));
         for (size_t k = 0; k < p_; ++k) {

@@ -5,12 +5,22 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 
 #include "distance/pdist2.hpp"
 #include "frame/gateway.hpp"
 
 namespace zv::distance {
+
+// A new m-by-n array of the class: NaN for double and single, zeros otherwise.
+inline matrix::unique_nd_ptr missingValues(ndClassID cls, size_t m, size_t n) {
+    const size_t dims[2] = {m, n};
+    matrix::unique_nd_ptr a = matrix::detail::do_create_numeric(std::span<const size_t>(dims, 2), cls, ndREAL);
+    if (cls == ndDOUBLE_CLASS) std::fill_n(zv::dataOf<double>(a.get()), m * n, std::numeric_limits<double>::quiet_NaN());
+    if (cls == ndSINGLE_CLASS) std::fill_n(zv::dataOf<float>(a.get()), m * n, std::numeric_limits<float>::quiet_NaN());
+    return a;
+}
 
 class Pdist2Column {
 public:
@@ -23,11 +33,10 @@ public:
           storedBytes_(zv::storedBytes(x)) {}
 
     // The full-mode result of pdist2bif(x, x(:, i)): one distance per column
-    // of x, in the class of x. Column i is copied as far as x holds it.
+    // of x, in the class of x. Column i is copied as far as x holds it; past
+    // its end the coordinates are NaN, so that no point is near it.
     matrix::unique_nd_ptr operator()(size_t i) const {
-        const size_t dims[2] = {p_, 1};
-        matrix::unique_nd_ptr column =
-            matrix::detail::do_create_numeric(std::span<const size_t>(dims, 2), ndGetClassID(x_), ndREAL);
+        matrix::unique_nd_ptr column = missingValues(ndGetClassID(x_), p_, 1);
         const size_t begin = i * p_ * elementBytes_;
         if (begin < storedBytes_)
             std::memcpy(ndGetData(column.get()), static_cast<const char*>(ndGetData(x_)) + begin,
