@@ -91,10 +91,7 @@ struct PanelWalker {
                 for (size_t k = 0; k < p; ++k) out[k * L + l] = x[l * p + k];
             return out;
         }
-        for (size_t k = 0; k < p; ++k) {
-#pragma GCC unroll 16
-            for (size_t l = 0; l < L; ++l) out[k * L + l] = x[l * p + k];
-        }
+        regroupPanel(x, p, out);
         return out;
     }
 

@@ -5,6 +5,8 @@
 
 namespace zv::distance {
 namespace avx2 {
+void regroupPanel(const double*, size_t, double*);
+void regroupPanel(const float*, size_t, float*);
 void computeRoots(const double*, size_t, double*);
 void computeRoots(const float*, size_t, float*);
 void computeBlock(const CrossBlock<double>&);
@@ -13,6 +15,8 @@ void computeRows(const TriangleTask<double>&, size_t, size_t);
 void computeRows(const TriangleTask<float>&, size_t, size_t);
 }  // namespace avx2
 namespace generic {
+void regroupPanel(const double*, size_t, double*);
+void regroupPanel(const float*, size_t, float*);
 void computeRoots(const double*, size_t, double*);
 void computeRoots(const float*, size_t, float*);
 void computeBlock(const CrossBlock<double>&);
