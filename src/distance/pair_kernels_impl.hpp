@@ -223,6 +223,15 @@ void panelOf(const T* x, size_t p, T* out) {
         using V = typename Vec<double>::type;
         using V2 = double __attribute__((vector_size(16)));
         using I = typename Vec<double>::bits;
+        if (p == 2) {  // planar data: two vectors hold four whole observations
+            for (size_t l = 0; l < L; l += 4) {
+                const V a = load<V>(x + 2 * l), b = load<V>(x + 2 * l + 4);
+                const V c0 = __builtin_shuffle(a, b, I{0, 2, 4, 6}), c1 = __builtin_shuffle(a, b, I{1, 3, 5, 7});
+                std::memcpy(out + l, &c0, sizeof(V));
+                std::memcpy(out + L + l, &c1, sizeof(V));
+            }
+            return;
+        }
         for (size_t l = 0; l < L; l += 4) {
             const double* o = x + l * p;
             size_t c = 0;
