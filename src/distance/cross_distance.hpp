@@ -41,14 +41,25 @@ struct PairValues {
 // Walks blocks of (column of Y, column of X) values through the vectorised
 // panel kernels: tiles of Y columns outside, panels of X inside, so that a
 // panel read once serves the whole tile from cache.
+//
+// With few columns of Y (a single query point of a nested call) a stored copy
+// of X costs as much as the distances: `panels` is then null and each panel
+// is regrouped on the stack as it is needed, from X itself.
 template <class T>
 struct PanelWalker {
     static constexpr size_t kTile = 32;
+    // The most Y columns, and coordinates, for which panels are regrouped on the fly.
+    static constexpr size_t kOnTheFlyColumns = 4;
+    static constexpr size_t kOnTheFlyCoordinates = 64;
     const ObservationPanels<T>* panels;
     PairMetric metric;
     const T* Y;
     size_t p;
     const T* weights;
+    const T* X = nullptr;  // with panels null: p-by-nx
+    size_t nx = 0;
+
+    static bool regroupsOnTheFly(size_t ny, size_t p) { return ny <= kOnTheFlyColumns && p <= kOnTheFlyCoordinates; }
 
     // Calls g(j, i0, count, values, hits) for runs of values of the pairs
     // (j, i0 + k), j in [jb, je), i in [ib, ie); for each j the runs ascend
@@ -59,14 +70,16 @@ struct PanelWalker {
     void blocks(size_t jb, size_t je, size_t ib, size_t ie, G&& g, const T* bounds = nullptr, T sign = 1) const {
         constexpr size_t L = ObservationPanels<T>::kLanes;
         alignas(64) T values[kTile * L];
+        alignas(64) T regrouped[kOnTheFlyCoordinates * L];
         const T* observations[kTile];
         uint32_t hits[kTile] = {};
         for (size_t j0 = jb; j0 < je; j0 += kTile) {
             const size_t count = je - j0 < kTile ? je - j0 : kTile;
             for (size_t c = 0; c < count; ++c) observations[c] = Y + (j0 + c) * p;
             for (size_t pb = ib / L; pb * L < ie; ++pb) {
-                computeCrossBlock(CrossBlock<T>{metric, observations, count, panels->panel(pb, p), p, weights,
-                                                values, bounds ? bounds + (j0 - jb) : nullptr, sign,
+                const T* panel = panels ? panels->panel(pb, p) : regroup(pb, regrouped);
+                computeCrossBlock(CrossBlock<T>{metric, observations, count, panel, p, weights, values,
+                                                bounds ? bounds + (j0 - jb) : nullptr, sign,
                                                 bounds ? hits : nullptr});
                 const size_t lo = ib > pb * L ? ib : pb * L, hi = ie < pb * L + L ? ie : pb * L + L;
                 const uint32_t inRun = hi - lo == 32 ? ~uint32_t(0) : (uint32_t(1) << (hi - lo)) - 1;
@@ -79,6 +92,21 @@ struct PanelWalker {
         }
     }
 
+    // Panel b of X, as ObservationPanels lays it out, into `out`.
+    const T* regroup(size_t b, T* out) const {
+        constexpr size_t L = ObservationPanels<T>::kLanes;
+        const size_t first = b * L, lanes = nx - first < L ? nx - first : L;
+        const T* x = X + first * p;
+        if (lanes < L) {
+            for (size_t k = 0; k < p * L; ++k) out[k] = T(0);
+            for (size_t l = 0; l < lanes; ++l)
+                for (size_t k = 0; k < p; ++k) out[k * L + l] = x[l * p + k];
+            return out;
+        }
+        regroupPanel(x, p, out);
+        return out;
+    }
+
     // Calls f(j, i, value) for each pair, in the order of blocks().
     template <class F>
     void operator()(size_t jb, size_t je, size_t ib, size_t ie, F&& f) const {
@@ -87,6 +115,22 @@ struct PanelWalker {
         });
     }
 };
+
+// A run of values made into distances: the roots by vectors where a metric
+// takes one, value by value otherwise.
+template <class T, class Metric>
+void finishRun(const Metric& metric, const T* v, size_t n, T* out) {
+    for (size_t k = 0; k < n; ++k) out[k] = metric.finish(v[k]);
+}
+template <class T>
+void finishRun(const EuclideanMetric<T>& metric, const T* v, size_t n, T* out) {
+    if (metric.squared) std::copy(v, v + n, out);
+    else computeRoots(v, n, out);
+}
+template <class T>
+void finishRun(const SEuclideanMetric<T>&, const T* v, size_t n, T* out) {
+    computeRoots(v, n, out);
+}
 
 template <class T, class Metric>
 class MetricDistanceTwo : public DistanceTwo<T> {
@@ -106,7 +150,7 @@ public:
                                     for (size_t k = 0; k < count; ++k)
                                         out[k] = pairs_.metric.finish(pairs_.marked(i0 + k, j, v[k]));
                                 } else {
-                                    for (size_t k = 0; k < count; ++k) out[k] = pairs_.metric.finish(v[k]);
+                                    finishRun(pairs_.metric, v, count, out);
                                 }
                             });
             return;

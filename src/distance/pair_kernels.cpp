@@ -53,7 +53,23 @@ void computeCrossBlock(const CrossBlock<T>& block) {
     else generic::computeBlock(block);
 }
 
+template <class T>
+void computeRoots(const T* values, size_t n, T* out) {
+    if (__builtin_cpu_supports("avx2")) avx2::computeRoots(values, n, out);
+    else generic::computeRoots(values, n, out);
+}
+
+template <class T>
+void regroupPanel(const T* x, size_t p, T* out) {
+    if (__builtin_cpu_supports("avx2")) avx2::regroupPanel(x, p, out);
+    else generic::regroupPanel(x, p, out);
+}
+
 template struct ObservationPanels<double>;
+template void regroupPanel(const double*, size_t, double*);
+template void regroupPanel(const float*, size_t, float*);
+template void computeRoots(const double*, size_t, double*);
+template void computeRoots(const float*, size_t, float*);
 template void computeCrossBlock(const CrossBlock<double>&);
 template void computeCrossBlock(const CrossBlock<float>&);
 template struct ObservationPanels<float>;

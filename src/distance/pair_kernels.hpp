@@ -57,6 +57,15 @@ struct CrossBlock {
 template <class T>
 void computeCrossBlock(const CrossBlock<T>& block);
 
+// One full panel (kLanes observations from x, p values each) into out, laid
+// out as ObservationPanels lays out its panels.
+template <class T>
+void regroupPanel(const T* x, size_t p, T* out);
+
+// out[k] = sqrt(values[k]) for k < n, by vectors where the processor has them.
+template <class T>
+void computeRoots(const T* values, size_t n, T* out);
+
 // Computes rows [rowBegin, rowEnd) of the triangle into task.y.
 template <class T>
 void computeTriangleRows(const TriangleTask<T>& task, size_t rowBegin, size_t rowEnd);

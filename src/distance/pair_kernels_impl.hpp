@@ -242,8 +242,78 @@ void dispatchRows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
     }
 }
 
+// Square roots by vectors; each is correctly rounded, as the scalar root is.
+template <class T>
+void roots(const T* in, size_t n, T* out) {
+    using V = typename Vec<T>::type;
+    constexpr size_t VL = sizeof(V) / sizeof(T);
+    size_t k = 0;
+    for (; k + VL <= n; k += VL) {
+        V r = load<V>(in + k);
+        for (size_t l = 0; l < VL; ++l) r[l] = finish<T, PairMetric::Euclidean>(r[l], 0);
+        std::memcpy(out + k, &r, sizeof(V));
+    }
+    for (; k < n; ++k) out[k] = finish<T, PairMetric::Euclidean>(in[k], 0);
+}
+
+// One full panel of kLanes observations of x (p values each, contiguous) in
+// the layout of ObservationPanels, by 4-by-4 transposes of doubles; floats,
+// and the coordinates past the last multiple of 4 or 2, go value by value.
+template <class T>
+void panelOf(const T* x, size_t p, T* out) {
+    constexpr size_t L = ObservationPanels<T>::kLanes;
+    size_t k = 0;
+    if constexpr (sizeof(T) == sizeof(double)) {
+        using V = typename Vec<double>::type;
+        using V2 = double __attribute__((vector_size(16)));
+        using I = typename Vec<double>::bits;
+        if (p == 2) {  // planar data: two vectors hold four whole observations
+            for (size_t l = 0; l < L; l += 4) {
+                const V a = load<V>(x + 2 * l), b = load<V>(x + 2 * l + 4);
+                const V c0 = __builtin_shuffle(a, b, I{0, 2, 4, 6}), c1 = __builtin_shuffle(a, b, I{1, 3, 5, 7});
+                std::memcpy(out + l, &c0, sizeof(V));
+                std::memcpy(out + L + l, &c1, sizeof(V));
+            }
+            return;
+        }
+        for (size_t l = 0; l < L; l += 4) {
+            const double* o = x + l * p;
+            size_t c = 0;
+            for (; c + 4 <= p; c += 4) {
+                const V r0 = load<V>(o + c), r1 = load<V>(o + p + c), r2 = load<V>(o + 2 * p + c),
+                        r3 = load<V>(o + 3 * p + c);
+                const V t0 = __builtin_shuffle(r0, r1, I{0, 4, 2, 6}), t1 = __builtin_shuffle(r0, r1, I{1, 5, 3, 7});
+                const V t2 = __builtin_shuffle(r2, r3, I{0, 4, 2, 6}), t3 = __builtin_shuffle(r2, r3, I{1, 5, 3, 7});
+                const V c0 = __builtin_shuffle(t0, t2, I{0, 1, 4, 5}), c1 = __builtin_shuffle(t1, t3, I{0, 1, 4, 5});
+                const V c2 = __builtin_shuffle(t0, t2, I{2, 3, 6, 7}), c3 = __builtin_shuffle(t1, t3, I{2, 3, 6, 7});
+                std::memcpy(out + c * L + l, &c0, sizeof(V));
+                std::memcpy(out + (c + 1) * L + l, &c1, sizeof(V));
+                std::memcpy(out + (c + 2) * L + l, &c2, sizeof(V));
+                std::memcpy(out + (c + 3) * L + l, &c3, sizeof(V));
+            }
+            if (c + 2 <= p) {
+                const V2 a0 = load<V2>(o + c), a1 = load<V2>(o + p + c), a2 = load<V2>(o + 2 * p + c),
+                         a3 = load<V2>(o + 3 * p + c);
+                const V lo = {a0[0], a1[0], a2[0], a3[0]}, hi = {a0[1], a1[1], a2[1], a3[1]};
+                std::memcpy(out + c * L + l, &lo, sizeof(V));
+                std::memcpy(out + (c + 1) * L + l, &hi, sizeof(V));
+                c += 2;
+            }
+            for (; c < p; ++c)
+                for (size_t m = 0; m < 4; ++m) out[c * L + l + m] = o[m * p + c];
+        }
+        k = p;
+    }
+    for (; k < p; ++k)
+        for (size_t l = 0; l < L; ++l) out[k * L + l] = x[l * p + k];
+}
+
 }  // namespace
 
+void regroupPanel(const double* x, size_t p, double* out) { panelOf(x, p, out); }
+void regroupPanel(const float* x, size_t p, float* out) { panelOf(x, p, out); }
+void computeRoots(const double* in, size_t n, double* out) { roots(in, n, out); }
+void computeRoots(const float* in, size_t n, float* out) { roots(in, n, out); }
 void computeBlock(const CrossBlock<double>& b) { dispatchBlock(b); }
 void computeBlock(const CrossBlock<float>& b) { dispatchBlock(b); }
 void computeRows(const TriangleTask<double>& t, size_t rowBegin, size_t rowEnd) {

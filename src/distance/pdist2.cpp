@@ -79,8 +79,12 @@ bool pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptSta
     ObservationPanels<T> panels;
     PanelWalker<T> walker{};
     auto panelWalker = [&](PairMetric metric) {
-        panels = ObservationPanels<T>::build(pr.x, pr.nx, pr.p);
-        walker = PanelWalker<T>{&panels, metric, pr.y, pr.p, pr.extra};
+        if (PanelWalker<T>::regroupsOnTheFly(pr.ny, pr.p)) {
+            walker = PanelWalker<T>{nullptr, metric, pr.y, pr.p, pr.extra, pr.x, pr.nx};
+        } else {
+            panels = ObservationPanels<T>::build(pr.x, pr.nx, pr.p);
+            walker = PanelWalker<T>{&panels, metric, pr.y, pr.p, pr.extra};
+        }
         return &walker;
     };
     const bool hasWeights = pr.extra && pr.extraCount >= pr.p;

@@ -1,0 +1,66 @@
+// dbscan: density-based cluster labels (and core flags) from an adjacency
+// matrix, a condensed adjacency vector, or data with a distance per query.
+#include "clustering/dbscan.hpp"
+#include "clustering/dbscan_neighbors.hpp"
+#include "frame/gateway.hpp"
+
+namespace {
+
+namespace ids = stats::dbscan;
+
+constexpr double kAdjacencyMatrixMode = 0.0;
+constexpr double kCondensedAdjacencyMode = 1.0;
+
+template <class T>
+void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
+    const ndArray* data = inputs[0];
+    const T epsilon = T(ndGetScalar(inputs[1]));
+    const T minpts = T(ndGetScalar(inputs[2]));
+    const ndArray* metric = inputs[3];
+    const double mode = ndGetScalar(inputs[4]);
+    const ndArray* adjacencyArg = inputs[5];
+    const size_t n = zv::checked::toSize(ndGetScalar(inputs[6]));
+    const size_t p = zv::checked::toSize(ndGetScalar(inputs[7]));
+    const ndArray* parameter = inputs[8];
+    const bool hostRoute = ndGetScalar(inputs[9]) != 0;  // first element; empty is false
+
+    matrix::unique_nd_ptr labels = zv::createMatrix<double>(n, 1);
+    matrix::unique_nd_ptr core;
+    if (numOutputs >= 2) core = zv::createMatrix<bool>(n, 1);
+    const std::shared_ptr<InterruptStateData> interrupt = hostGetInterruptStateData();
+
+    double* labelData = zv::dataOf<double>(labels.get());
+    bool* coreData = core ? ndGetLogicals(core.get()) : nullptr;
+    auto run = [&](const auto& query) {
+        zv::clustering::dbscanEngine<T>(query, n, minpts, hostRoute, labelData, coreData);
+    };
+    const auto* adjacency = static_cast<const unsigned char*>(ndGetData(adjacencyArg));
+    if (mode == kAdjacencyMatrixMode) {
+        run(zv::clustering::AdjacencyMatrixNeighbors{adjacency, zv::storedBytes(adjacencyArg), n});
+    } else if (mode == kCondensedAdjacencyMode) {
+        run(zv::clustering::CondensedAdjacencyNeighbors{adjacency, zv::storedBytes(adjacencyArg), n});
+    } else if (hostRoute) {
+        using Source = zv::clustering::HostPdist2Rows;
+        run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, n, p, metric), epsilon, n});
+    } else {
+        using Source = zv::distance::Pdist2Column;
+        run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, p, metric, parameter, interrupt), epsilon, n});
+    }
+
+    outputs[0] = matrix::to_host(std::move(labels));
+    if (numOutputs >= 2) outputs[1] = matrix::to_host(std::move(core));
+}
+
+}  // namespace
+
+ZV_EXPORT void dbscan(ZV_GATEWAY_SIGNATURE) {
+    zv::raiseIf<ids::TooFewOrManyInputs>(numInputs != 10);
+    zv::raiseIf<ids::TooManyOutputArguments>(numOutputs != 1 && numOutputs != 2);
+    const ndArray* data = inputs[0];
+    zv::raiseIf<ids::UndefinedFunctionNoSparse>(ndIsSparse(data));
+    zv::raiseIf<ids::UndefinedFunctionNoComplex>(ndIsComplex(data));
+    // Logical data runs the double engine.
+    if (ndGetClassID(data) == ndLOGICAL_CLASS) return dbscanTyped<double>(numOutputs, outputs, inputs);
+    zv::dispatchReal<ids::UndefinedFunctionOnlyDoubleOrSingle>(
+        data, [&](auto tag) { dbscanTyped<decltype(tag)>(numOutputs, outputs, inputs); });
+}

@@ -1,0 +1,124 @@
+// The neighbour queries of dbscan: a full adjacency matrix, a condensed
+// adjacency vector, or a distance column per point under epsilon. Each
+// appends the neighbours of i in ascending order and then i itself.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+
+#include "clustering/dbscan.hpp"
+#include "distance/condensed.hpp"
+#include "distance/pdist2_column.hpp"
+#include "frame/gateway.hpp"
+#include "host/callback.hpp"
+
+namespace zv::clustering {
+
+// Bytes past the end of a short adjacency read as false.
+struct AdjacencyMatrixNeighbors {
+    const unsigned char* adjacency;  // n-by-n, the row of point i at i*n
+    size_t stored;
+    size_t n;
+
+    void operator()(size_t i, NeighborList& out) const {
+        const size_t row = i * n;
+        const size_t end = row < stored ? std::min(n, stored - row) : 0;
+        const unsigned char* a = adjacency + row;
+        for (size_t j = 0; j < end; ++j)
+            if (a[j] && j != i) out.push_back(j);
+        out.push_back(i);
+    }
+};
+
+struct CondensedAdjacencyNeighbors {
+    const unsigned char* adjacency;  // the pairs (i < j) in condensed order
+    size_t stored;
+    size_t n;
+
+    void operator()(size_t i, NeighborList& out) const {
+        for (size_t j = 0; j < i; ++j) {
+            const size_t k = distance::condensedIndex(j, i, n);
+            if (k < stored && adjacency[k]) out.push_back(j);
+        }
+        const size_t start = distance::condensedRowStart(i, n);
+        for (size_t j = i + 1; j < n; ++j) {
+            const size_t k = start + (j - i - 1);
+            if (k < stored && adjacency[k]) out.push_back(j);
+        }
+        out.push_back(i);
+    }
+};
+
+// Every j != i with a distance at most epsilon; a NaN never passes. The
+// distances come from Source(i) as an array of double or single values; a
+// missing or short result leaves the points it lacks out.
+template <class T, class Source>
+struct DistanceNeighbors {
+    Source source;
+    T epsilon;
+    size_t n;
+
+    void operator()(size_t i, NeighborList& out) const {
+        matrix::unique_nd_ptr distances = source(i);
+        if (distances) {
+            const size_t count = std::min(n, ndGetNumberOfElements(distances.get()));
+            if (ndGetClassID(distances.get()) == ndDOUBLE_CLASS) within(dataOf<const double>(distances.get()), count, i, out);
+            else if (ndGetClassID(distances.get()) == ndSINGLE_CLASS) within(dataOf<const float>(distances.get()), count, i, out);
+        }
+        out.push_back(i);
+    }
+
+private:
+    // Most of a column lies beyond epsilon: a branch-free test of each block
+    // of kBlock distances skips the blocks with no neighbour.
+    static constexpr size_t kBlock = 16;
+    template <class D>
+    void within(const D* d, size_t count, size_t i, NeighborList& out) const {
+        size_t j0 = 0;
+        for (; j0 + kBlock <= count; j0 += kBlock) {
+            bool any = false;
+#pragma GCC unroll 16
+            for (size_t k = 0; k < kBlock; ++k) any |= T(d[j0 + k]) <= epsilon;
+            if (!any) continue;
+            for (size_t j = j0; j < j0 + kBlock; ++j)
+                if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+        }
+        for (size_t j = j0; j < count; ++j)
+            if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+    }
+};
+
+// The host's "pdist2" on the data (n-by-p, a point is a row) and row i:
+// serial, on the host thread. Values the data lacks are NaN in the row.
+class HostPdist2Rows {
+public:
+    HostPdist2Rows(const ndArray* x, size_t n, size_t p, const ndArray* metric)
+        : x_(x), n_(n), p_(p), metric_(metric), stored_(zv::storedBytes(x)),
+          elementBytes_(stored_ / std::max<size_t>(1, ndGetNumberOfElements(x))) {}
+
+    matrix::unique_nd_ptr operator()(size_t i) const {
+        matrix::unique_nd_ptr row = distance::missingValues(ndGetClassID(x_), 1, p_);
+        const char* from = static_cast<const char*>(ndGetData(x_));
+        char* to = static_cast<char*>(ndGetData(row.get()));
+        for (size_t k = 0; k < p_; ++k) {
+            const size_t at = (i + k * n_) * elementBytes_;
+            if (at + elementBytes_ > stored_) break;
+            std::memcpy(to + k * elementBytes_, from + at, elementBytes_);
+        }
+        ndArray* output = nullptr;
+        const ndArray* inputs[3] = {x_, row.get(), metric_};
+        hostCallFunction(1, &output, 3, inputs, "pdist2", 0);
+        matrix::unique_nd_ptr distances(output);
+        if (distances) ndSetArrayScope(distances.get(), 0);
+        return distances;
+    }
+
+private:
+    const ndArray* x_;
+    size_t n_, p_;
+    const ndArray* metric_;
+    size_t stored_, elementBytes_;
+};
+
+}  // namespace zv::clustering
