@@ -21,20 +21,12 @@ import json
 import os
 import subprocess
 import sys
-import time
 import warnings
 
 os.environ.setdefault("OPENBLAS_NUM_THREADS", "1")
 import numpy as np  # noqa: E402
 
-
-def best_of(repeats, fn):
-    best, out = float("inf"), None
-    for _ in range(repeats):
-        t = time.perf_counter()
-        out = fn()
-        best = min(best, time.perf_counter() - t)
-    return best, out
+from peer_timing import best_of
 
 
 def bench_times(bench, repeats):

@@ -8,18 +8,10 @@ fixed number of atoms per response.
 import argparse
 import os
 import sys
-import time
 
 import numpy as np
 
-
-def best_of(repeats, fn):
-    best, out = float("inf"), None
-    for _ in range(repeats):
-        t = time.perf_counter()
-        out = fn()
-        best = min(best, time.perf_counter() - t)
-    return best, out
+from peer_timing import best_of
 
 
 def problem(rng, rows, atoms, responses, nonzeros):
