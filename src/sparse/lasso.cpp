@@ -24,13 +24,7 @@ void updateResidual(size_t N, const T* column, T delta, T* r) {
         columnAxpy(N, -delta, column, r);
         return;
     }
-    tbb::task_group_context context;
-    tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, N, 1),
-        [=](const tbb::blocked_range<size_t>& rows) {
-            for (size_t i = rows.begin(); i != rows.end(); ++i) r[i] = r[i] - column[i] * delta;
-        },
-        tbb::auto_partitioner(), context);
+    parallelSubtractScaled(N, column, delta, r);
 }
 
 }  // namespace

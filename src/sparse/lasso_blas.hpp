@@ -2,6 +2,11 @@
 // BLAS counts are 32-bit, so a longer column goes through in pieces.
 #pragma once
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+#include <tbb/partitioner.h>
+#include <tbb/task_group.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -26,6 +31,21 @@ template <class T>
 void columnAxpy(size_t n, T alpha, const T* x, T* y) {
     for (size_t start = 0; start < n; start += kBlasPiece)
         blas::axpy(int(std::min(kBlasPiece, n - start)), alpha, x + start, 1, y + start, 1);
+}
+
+// r -= delta * column, row by row across the workers, in a context of its
+// own so that a failure elsewhere cannot cancel it half done. Each row is
+// one multiply and one subtract whatever the split, so the values do not
+// depend on the thread count.
+template <class T>
+void parallelSubtractScaled(size_t N, const T* column, T delta, T* r) {
+    tbb::task_group_context context;
+    tbb::parallel_for(
+        tbb::blocked_range<size_t>(0, N, 1),
+        [=](const tbb::blocked_range<size_t>& rows) {
+            for (size_t i = rows.begin(); i != rows.end(); ++i) r[i] = r[i] - column[i] * delta;
+        },
+        tbb::auto_partitioner(), context);
 }
 
 // r -= X b for an N-by-P column-major X: one gemv while the counts fit BLAS.

@@ -31,13 +31,7 @@ void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* wei
         if (N == 0) continue;
         const T delta = b[j] - old;
         const T* column = X + j * N;
-        tbb::task_group_context context;
-        tbb::parallel_for(
-            tbb::blocked_range<size_t>(0, N, 1),
-            [=](const tbb::blocked_range<size_t>& rows) {
-                for (size_t i = rows.begin(); i != rows.end(); ++i) r[i] = r[i] - column[i] * delta;
-            },
-            tbb::auto_partitioner(), context);
+        lasso::parallelSubtractScaled(N, column, delta, r);
     }
 }
 
