@@ -7,8 +7,11 @@
 #include <cstddef>
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <new>
 #include <vector>
+
+#include <tbb/scalable_allocator.h>
 
 #include "frame/message_ids.hpp"
 #include "host/host.hpp"
@@ -73,7 +76,7 @@ public:
     // q. DIMS > 0 fixes the dimension at compile time; t holds d values.
     template <size_t DIMS>
     void walk(int32_t i, T theta, T* f, T& q, T* t) const {
-        walkAt<DIMS>(0, i, data_ + size_t(i) * d_, theta, f, q, t);
+        walkAt<DIMS>(0, i, data_ + size_t(i) * d_, OpeningTest(theta), f, q, t);
     }
 
     // The points held by leaves, in depth-first order of the tree.
@@ -93,8 +96,7 @@ private:
 
     T* record(size_t n) { return pool_.data() + n * stride_; }
     const T* record(size_t n) const { return pool_.data() + n * stride_; }
-    Node& node(size_t n) { return *reinterpret_cast<Node*>(record(n)); }
-    T* centerOfMass(size_t n) { return record(n) + kHeaderValues; }
+    Node& nodeAt(size_t n) { return *reinterpret_cast<Node*>(record(n)); }
     T& maxWidth(size_t n) { return record(n)[kHeaderValues + d_]; }
 
     void appendNodes(size_t count) {
@@ -143,10 +145,10 @@ private:
     bool insertAt(size_t n, size_t depth, int32_t i, const T* y) {
         const size_t d = DIMS > 0 ? DIMS : d_;
         if (!contains<DIMS>(boxAt(depth), y)) return false;
-        Node& nd = node(n);
+        Node& nd = nodeAt(n);
         nd.cumSize += 1;
         const T m = T(1) / T(nd.cumSize);
-        T* com = centerOfMass(n);
+        T* com = record(n) + kHeaderValues;
         for (size_t k = 0; k < d; ++k) com[k] = y[k] * m + com[k] * (T(1) - m);
         if (nd.firstChild == 0) {
             if (nd.size == 0) {
@@ -189,7 +191,7 @@ private:
         for (size_t k = 0; k < d_; ++k)
             if (pw[k] * T(0.5) > childWidth) childWidth = pw[k] * T(0.5);
         for (size_t c = 0; c < numChildren_; ++c) maxWidth(first + c) = childWidth;
-        Node& nd = node(n);
+        Node& nd = nodeAt(n);
         nd.firstChild = uint32_t(first);
         // The held point already counts here; it moves down without its duplicates.
         const int32_t held = nd.index;
@@ -198,8 +200,38 @@ private:
         offerToChildren<DIMS>(n, depth, held, data_ + size_t(held) * d_);
     }
 
+    // Whether a node at squared distance D with largest half-width w counts
+    // as one body: theta > w / sqrt(D), exactly as rounded. The square root
+    // and the division are slow and feed a branch, so squares decide first
+    // where they decide beyond doubt: their rounding is a few units in the
+    // last place and the margin is far wider. Outside the normal range, and
+    // near the boundary, the quotient decides.
+    class OpeningTest {
+    public:
+        explicit OpeningTest(T theta)
+            : theta_(theta), thetaSq_(theta * theta),
+              squaresDecide_(theta > T(0) && thetaSq_ >= kLow && thetaSq_ <= kHigh) {}
+        bool isBody(T w, T D) const {
+            if (squaresDecide_) {
+                const T lhs = thetaSq_ * D, wSq = w * w;
+                if (lhs >= kLow && lhs <= kHigh && wSq >= kLow && wSq <= kHigh) {
+                    if (lhs > wSq * (T(1) + kMargin)) return true;
+                    if (lhs < wSq * (T(1) - kMargin)) return false;
+                }
+            }
+            return theta_ > w / std::sqrt(D);
+        }
+
+    private:
+        static constexpr T kMargin = sizeof(T) == sizeof(double) ? T(1e-12) : T(1e-5);
+        static constexpr T kLow = std::numeric_limits<T>::min() * T(1 << 20);
+        static constexpr T kHigh = std::numeric_limits<T>::max() / T(1 << 20);
+        T theta_, thetaSq_;
+        bool squaresDecide_;
+    };
+
     template <size_t DIMS>
-    void walkAt(size_t n, int32_t i, const T* y, T theta, T* f, T& q, T* t) const {
+    void walkAt(size_t n, int32_t i, const T* y, const OpeningTest& opening, T* f, T& q, T* t) const {
         const T* rec = record(n);
         const Node& nd = *reinterpret_cast<const Node*>(rec);
         if (nd.cumSize <= 0) return;
@@ -213,7 +245,7 @@ private:
             dist2 += t[k] * t[k];
         }
         // At distance 0 the quotient is infinite or NaN and the node opens.
-        if (leaf || theta > com[d] / std::sqrt(dist2)) {
+        if (leaf || opening.isBody(com[d], dist2)) {
             const T u = T(1) / (dist2 + T(1));
             const T m = T(nd.cumSize) * u;
             q += m;
@@ -226,7 +258,7 @@ private:
         for (size_t c = 0; c < numChildren_; ++c) {
             const size_t child = nd.firstChild + c;
             const Node& cn = node(child);
-            if (cn.cumSize > 0 && !(cn.firstChild == 0 && cn.index == i)) walkAt<DIMS>(child, i, y, theta, f, q, t);
+            if (cn.cumSize > 0 && !(cn.firstChild == 0 && cn.index == i)) walkAt<DIMS>(child, i, y, opening, f, q, t);
         }
     }
 
@@ -244,7 +276,9 @@ private:
     size_t stride_;  // values of T per record
     size_t numChildren_;
     bool acceptsPoints_ = false;
-    std::vector<T> pool_;
+    // From the scalable allocator, which keeps large blocks for the next
+    // call instead of handing fresh zeroed pages each time.
+    std::vector<T, tbb::scalable_allocator<T>> pool_;
     std::vector<T> boxes_;  // the root's box, then those below it on the way down
 };
 

@@ -62,9 +62,11 @@ void gradientTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
     matrix::unique_nd_ptr repulsive = zv::createMatrix<T>(y.d, y.N);
     matrix::unique_nd_ptr Z = zv::createMatrix<T>(1, 1);
     matrix::unique_nd_ptr sums = zv::createMatrix<T>(1, y.N);
+    zv::embedding::PointOrder order;
     *zv::dataOf<T>(Z.get()) = zv::embedding::tsneRepGradient<T>(y, theta, center.data(), halfWidth.data(),
-                                                                 zv::dataOf<T>(repulsive.get()), zv::dataOf<T>(sums.get()));
-    zv::embedding::tsneAttrGradient<T>(y, P, zv::dataOf<T>(attractive.get()));
+                                                                 zv::dataOf<T>(repulsive.get()),
+                                                                 zv::dataOf<T>(sums.get()), order);
+    zv::embedding::tsneAttrGradient<T>(y, P, zv::dataOf<T>(attractive.get()), order);
 
     // All three are results, but only the slots the host gave are written.
     outputs[0] = matrix::to_host(std::move(attractive));

@@ -40,8 +40,8 @@ private:
 // (duplicates, points left out) ascending: neighbouring walks then read the
 // same nodes. Each point's result does not depend on this order.
 template <class T>
-std::vector<int32_t> walkOrder(const BHTree<T>& tree, size_t N) {
-    std::vector<int32_t> order;
+PointOrder walkOrder(const BHTree<T>& tree, size_t N) {
+    PointOrder order;
     order.reserve(N);
     tree.appendLeafPoints(order);
     std::vector<char> placed(N, 0);
@@ -52,10 +52,10 @@ std::vector<int32_t> walkOrder(const BHTree<T>& tree, size_t N) {
 }
 
 template <class T, size_t DIMS>
-void buildAndWalk(BHTree<T>& tree, size_t N, size_t d, T theta, T* G, T* S) {
+void buildAndWalk(BHTree<T>& tree, size_t N, size_t d, T theta, T* G, T* S, PointOrder& order) {
     for (size_t i = 0; i < N; ++i) tree.template insert<DIMS>(int32_t(i));
     if (N == 0) return;
-    const std::vector<int32_t> order = walkOrder(tree, N);
+    order = walkOrder(tree, N);
     tbb::parallel_for(
         tbb::blocked_range<size_t>(0, order.size(), 1),
         [&](const tbb::blocked_range<size_t>& r) {
@@ -69,21 +69,26 @@ void buildAndWalk(BHTree<T>& tree, size_t N, size_t d, T theta, T* G, T* S) {
 }
 
 template <class T, size_t DIMS>
-void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A) {
+void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A, const PointOrder& order) {
     const size_t d = DIMS > 0 ? DIMS : y.d;
     const int64_t N = int64_t(y.N), numEntries = int64_t(P.numEntries);
     tbb::parallel_for(
         tbb::blocked_range<size_t>(0, y.N, 1),
         [&](const tbb::blocked_range<size_t>& r) {
             WorkerScratch<T> scratch(d);
-            T* t = scratch.get();
-            for (size_t i = r.begin(); i != r.end(); ++i) {
+            T fixedT[DIMS > 0 ? DIMS : 1];
+            T* t = DIMS > 0 ? fixedT : scratch.get();
+            for (size_t o = r.begin(); o != r.end(); ++o) {
+                const size_t i = order.empty() ? o : size_t(order[o]);
                 const double count = P.count(i);
                 if (!(count > 0)) continue;
                 if (i >= P.numStarts || std::isnan(P.starts[i])) continue;
                 const int64_t start = AffinityList<T>::position(P.starts[i]);
                 const T* yi = y.Y + i * d;
-                T* a = A + i * d;
+                // Sums in registers where the dimension is fixed; they start
+                // at the zero of the output, so the sums are the same.
+                T fixed[DIMS > 0 ? DIMS : 1] = {};
+                T* a = DIMS > 0 ? fixed : A + i * d;
                 // Entries before the first or past the last that were passed
                 // are skipped; the count compares as a double.
                 for (int64_t c = std::max<int64_t>(0, -start); double(c) < count; ++c) {
@@ -100,6 +105,7 @@ void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A) {
                     const T v = P.values[e] / s;
                     for (size_t k = 0; k < d; ++k) a[k] += t[k] * v;
                 }
+                if (DIMS > 0) std::copy_n(fixed, d, A + i * d);
             }
         },
         tbb::auto_partitioner());
@@ -108,14 +114,15 @@ void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A) {
 }  // namespace
 
 template <class T>
-T tsneRepGradient(const Embedding<T>& y, T theta, const T* center, const T* halfWidth, T* G, T* S) {
+T tsneRepGradient(const Embedding<T>& y, T theta, const T* center, const T* halfWidth, T* G, T* S,
+                  PointOrder& order) {
     {
         BHTree<T> tree(y.Y, y.d, center, halfWidth, y.d <= 3 ? 3 * y.N + 1 : 1);
         switch (y.d) {
-        case 1: buildAndWalk<T, 1>(tree, y.N, y.d, theta, G, S); break;
-        case 2: buildAndWalk<T, 2>(tree, y.N, y.d, theta, G, S); break;
-        case 3: buildAndWalk<T, 3>(tree, y.N, y.d, theta, G, S); break;
-        default: buildAndWalk<T, 0>(tree, y.N, y.d, theta, G, S); break;
+        case 1: buildAndWalk<T, 1>(tree, y.N, y.d, theta, G, S, order); break;
+        case 2: buildAndWalk<T, 2>(tree, y.N, y.d, theta, G, S, order); break;
+        case 3: buildAndWalk<T, 3>(tree, y.N, y.d, theta, G, S, order); break;
+        default: buildAndWalk<T, 0>(tree, y.N, y.d, theta, G, S, order); break;
         }
     }
     T Z = 0;
@@ -127,13 +134,13 @@ T tsneRepGradient(const Embedding<T>& y, T theta, const T* center, const T* half
 }
 
 template <class T>
-void tsneAttrGradient(const Embedding<T>& y, const AffinityList<T>& P, T* A) {
+void tsneAttrGradient(const Embedding<T>& y, const AffinityList<T>& P, T* A, const PointOrder& order) {
     if (y.N == 0) return;
     switch (y.d) {
-    case 1: attractAll<T, 1>(y, P, A); break;
-    case 2: attractAll<T, 2>(y, P, A); break;
-    case 3: attractAll<T, 3>(y, P, A); break;
-    default: attractAll<T, 0>(y, P, A); break;
+    case 1: attractAll<T, 1>(y, P, A, order); break;
+    case 2: attractAll<T, 2>(y, P, A, order); break;
+    case 3: attractAll<T, 3>(y, P, A, order); break;
+    default: attractAll<T, 0>(y, P, A, order); break;
     }
 }
 
