@@ -22,6 +22,37 @@ namespace zv::embedding {
 // 32 bits; a subdivision there fails as an allocation would.
 constexpr size_t kMaxTreeDimensions = 30;
 
+// Whether a node at squared distance D with largest half-width w counts
+// as one body: theta > w / sqrt(D), exactly as rounded. The square root
+// and the division are slow and feed a branch, so squares decide first
+// where they decide beyond doubt: their rounding is a few units in the
+// last place and the margin is far wider. Outside the normal range, and
+// near the boundary, the quotient decides.
+template <class T>
+class OpeningTest {
+public:
+    explicit OpeningTest(T theta)
+        : theta_(theta), thetaSq_(theta * theta),
+          squaresDecide_(theta > T(0) && thetaSq_ >= kLow && thetaSq_ <= kHigh) {}
+    bool isBody(T w, T D) const {
+        if (squaresDecide_) {
+            const T lhs = thetaSq_ * D, wSq = w * w;
+            if (w > T(0) && lhs >= kLow && lhs <= kHigh && wSq >= kLow && wSq <= kHigh) {
+                if (lhs > wSq * (T(1) + kMargin)) return true;
+                if (lhs < wSq * (T(1) - kMargin)) return false;
+            }
+        }
+        return theta_ > w / std::sqrt(D);
+    }
+
+private:
+    static constexpr T kMargin = sizeof(T) == sizeof(double) ? T(1e-12) : T(1e-5);
+    static constexpr T kLow = std::numeric_limits<T>::min() * T(1 << 20);
+    static constexpr T kHigh = std::numeric_limits<T>::max() / T(1 << 20);
+    T theta_, thetaSq_;
+    bool squaresDecide_;
+};
+
 // Nodes live in one pool, children of a node side by side, so that the tree
 // is freed at once. A node is one record: its counts, then its centre of mass
 // and largest half-width, so that a walk reads one place per node. Boxes are
@@ -76,7 +107,7 @@ public:
     // q. DIMS > 0 fixes the dimension at compile time; t holds d values.
     template <size_t DIMS>
     void walk(int32_t i, T theta, T* f, T& q, T* t) const {
-        walkAt<DIMS>(0, i, data_ + size_t(i) * d_, OpeningTest(theta), f, q, t);
+        walkAt<DIMS>(0, i, data_ + size_t(i) * d_, OpeningTest<T>(theta), f, q, t);
     }
 
     // The points held by leaves, in depth-first order of the tree.
@@ -200,38 +231,8 @@ private:
         offerToChildren<DIMS>(n, depth, held, data_ + size_t(held) * d_);
     }
 
-    // Whether a node at squared distance D with largest half-width w counts
-    // as one body: theta > w / sqrt(D), exactly as rounded. The square root
-    // and the division are slow and feed a branch, so squares decide first
-    // where they decide beyond doubt: their rounding is a few units in the
-    // last place and the margin is far wider. Outside the normal range, and
-    // near the boundary, the quotient decides.
-    class OpeningTest {
-    public:
-        explicit OpeningTest(T theta)
-            : theta_(theta), thetaSq_(theta * theta),
-              squaresDecide_(theta > T(0) && thetaSq_ >= kLow && thetaSq_ <= kHigh) {}
-        bool isBody(T w, T D) const {
-            if (squaresDecide_) {
-                const T lhs = thetaSq_ * D, wSq = w * w;
-                if (lhs >= kLow && lhs <= kHigh && wSq >= kLow && wSq <= kHigh) {
-                    if (lhs > wSq * (T(1) + kMargin)) return true;
-                    if (lhs < wSq * (T(1) - kMargin)) return false;
-                }
-            }
-            return theta_ > w / std::sqrt(D);
-        }
-
-    private:
-        static constexpr T kMargin = sizeof(T) == sizeof(double) ? T(1e-12) : T(1e-5);
-        static constexpr T kLow = std::numeric_limits<T>::min() * T(1 << 20);
-        static constexpr T kHigh = std::numeric_limits<T>::max() / T(1 << 20);
-        T theta_, thetaSq_;
-        bool squaresDecide_;
-    };
-
     template <size_t DIMS>
-    void walkAt(size_t n, int32_t i, const T* y, const OpeningTest& opening, T* f, T& q, T* t) const {
+    void walkAt(size_t n, int32_t i, const T* y, const OpeningTest<T>& opening, T* f, T& q, T* t) const {
         const T* rec = record(n);
         const Node& nd = *reinterpret_cast<const Node*>(rec);
         if (nd.cumSize <= 0) return;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <new>
+#include <random>
 #include <vector>
 
 #include "embedding/bh_tree.hpp"
@@ -163,6 +164,37 @@ TEST(BHTree, TooManyDimensionsForTheChildCountFailLikeAnAllocation) {
     BHTree<double> tree(y.data(), 31, c.data(), w.data());
     EXPECT_TRUE(tree.insert(0));
     EXPECT_THROW(tree.insert(1), std::bad_alloc);
+}
+
+template <class T>
+void expectOpeningTestIsTheQuotient(unsigned seed) {
+    std::mt19937 gen(seed);
+    std::uniform_real_distribution<double> unit(0, 1);
+    const T special[] = {T(0), -T(0), std::numeric_limits<T>::denorm_min(), std::numeric_limits<T>::min(),
+                         std::numeric_limits<T>::max(), std::numeric_limits<T>::infinity(),
+                         std::numeric_limits<T>::quiet_NaN(), T(-1), T(0.5), T(1), T(2)};
+    auto pick = [&](double scale) {
+        if (unit(gen) < 0.1) return special[gen() % std::size(special)];
+        return T(scale * std::pow(10.0, 8 * unit(gen) - 4));
+    };
+    for (int it = 0; it < 200000; ++it) {
+        const T theta = pick(1), w = pick(1);
+        // Half the cases straddle the boundary theta^2 D = w^2 closely.
+        T D = pick(1);
+        if (it % 2 == 0 && theta > 0) D = T((double(w) / double(theta)) * (double(w) / double(theta)) * (1 + 1e-6 * (unit(gen) - 0.5)));
+        const zv::embedding::OpeningTest<T> test(theta);
+        ASSERT_EQ(test.isBody(w, D), theta > w / std::sqrt(D)) << theta << " " << w << " " << D;
+    }
+    // Exactly on the boundary of the squares.
+    const zv::embedding::OpeningTest<T> half(T(0.5));
+    for (T w : {T(1), T(3), T(0.1)})
+        for (T D : {4 * w * w, std::nextafter(4 * w * w, T(0)), std::nextafter(4 * w * w, T(1e30))})
+            EXPECT_EQ(half.isBody(w, D), T(0.5) > w / std::sqrt(D));
+}
+
+TEST(BHTree, TheOpeningTestAgreesWithTheRoundedQuotientEverywhere) {
+    expectOpeningTestIsTheQuotient<double>(1);
+    expectOpeningTestIsTheQuotient<float>(2);
 }
 
 }  // namespace
