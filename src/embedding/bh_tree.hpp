@@ -136,8 +136,6 @@ private:
         for (size_t n = first; n < first + count; ++n) new (record(n)) Node();
     }
 
-    size_t dims() const { return d_; }
-
     T largestWidth(const T* width) const {
         T w = 0;
         for (size_t k = 0; k < d_; ++k)
