@@ -1,0 +1,168 @@
+# tsnebhbif and tsnelossbif against an exact O(N^2) numpy gradient and
+# against scikit-learn's Barnes-Hut gradient and its error.
+#
+# scikit-learn's _barnes_hut_tsne.gradient(val_P, Y, neighbors, indptr, forces,
+# angle, ...) writes forces = attractive - repulsive / sum_Q (the caller then
+# multiplies by 4) and returns the error sum p log(max(p, tiny) / max(q, tiny))
+# with q = 1 / ((1 + d^2) sum_Q). Our gateway gives attractive and repulsive
+# already divided by Z, so forces = A - R; and its loss, sum p log(q p Z) with
+# q = 1 + d^2, is that error when Z = sum_Q. Its cells open unless
+# full width / distance < angle; ours unless theta > half-width / distance,
+# so theta corresponds to angle = 2 theta.
+import numpy as np
+import pytest
+
+import zvstats
+
+bh = pytest.importorskip("sklearn.manifold._barnes_hut_tsne")
+
+
+def problem(n, d, k, seed, dtype=np.float64):
+    rng = np.random.default_rng(seed)
+    y = (rng.standard_normal((n, d)) * 3).astype(dtype)
+    nb = np.array([rng.choice(np.delete(np.arange(n), i), k, replace=False) for i in range(n)])
+    p = rng.uniform(0.1, 1, (n, k))
+    p /= p.sum()
+    return y, nb, p.astype(dtype)
+
+
+def box(y):
+    lo, hi = y.min(0), y.max(0)
+    return (lo + hi) / 2, (hi - lo) / 2 + 0.5
+
+
+def gradient(theta, y, nb, p, center=None, half=None, counts=None, starts=None):
+    n, k = nb.shape
+    if center is None:
+        center, half = box(y)
+    counts = np.full(n, float(k)) if counts is None else counts
+    starts = np.arange(n) * float(k) if starts is None else starts
+    a, r, z = zvstats.call("tsnebhbif", 3, theta, np.ascontiguousarray(y.T),
+                           np.asarray(center, y.dtype), np.asarray(half, y.dtype),
+                           (nb.ravel() + 1).astype(float), counts, p.ravel(), starts)
+    return a.T, r.T, z[0, 0]
+
+
+def loss(y, nb_flat, counts, p_flat, z):
+    (l,) = zvstats.call("tsnelossbif", 1, np.ascontiguousarray(y.T), nb_flat, counts, p_flat, z)
+    return l[0, 0]
+
+
+def exact(y, nb, p):
+    y = y.astype(np.float64)
+    diff = y[:, None, :] - y[None, :, :]
+    q = 1 / (1 + (diff ** 2).sum(-1))
+    np.fill_diagonal(q, 0)
+    z = q.sum()
+    rep = ((q ** 2)[:, :, None] * diff).sum(1) / z
+    dn = y[:, None, :] - y[nb]
+    att = (p.astype(np.float64)[:, :, None] * dn / (1 + (dn ** 2).sum(-1))[:, :, None]).sum(1)
+    return att, rep, z
+
+
+@pytest.mark.parametrize("d", [2, 3, 5])
+@pytest.mark.parametrize("dtype,rtol", [(np.float64, 1e-11), (np.float32, 3e-5)])
+def test_theta_zero_is_the_exact_gradient(d, dtype, rtol):
+    y, nb, p = problem(250, d, 8, d, dtype)
+    a, r, z = gradient(0.0, y, nb, p)
+    assert a.dtype == dtype and r.dtype == dtype
+    ea, er, ez = exact(y, nb, p)
+    assert z == pytest.approx(ez, rel=rtol)
+    np.testing.assert_allclose(r, er, rtol=0, atol=rtol * np.abs(er).max())
+    np.testing.assert_allclose(a, ea, rtol=0, atol=rtol * np.abs(ea).max())
+
+
+def sklearn_gradient(angle, y, nb, p):
+    n, k = nb.shape
+    forces = np.zeros((n, y.shape[1]), np.float32)
+    err = bh.gradient(p.ravel().astype(np.float32), y.astype(np.float32), nb.ravel().astype(np.int64),
+                      np.arange(0, n * k + 1, k, dtype=np.int64), forces, angle, y.shape[1], 0,
+                      compute_error=1, num_threads=1)
+    return forces, err
+
+
+@pytest.mark.parametrize("d", [2, 3])
+def test_against_sklearn_at_angle_zero(d):
+    y, nb, p = problem(400, d, 10, 10 + d)
+    a, r, z = gradient(0.0, y, nb, p)
+    forces, err = sklearn_gradient(0.0, y, nb, p)
+    np.testing.assert_allclose(a - r, forces, rtol=0, atol=2e-5 * np.abs(forces).max())
+    # The error is our loss with our Z as sklearn's sum_Q.
+    counts = np.full(len(y), float(nb.shape[1]))
+    assert loss(y, (nb.ravel() + 1).astype(float), counts, p.ravel(), z) == pytest.approx(err, rel=2e-5)
+
+
+def sklearn_root_box(y):
+    # The root cell scikit-learn builds over the data, as centre and half-width.
+    y = y.astype(np.float32)
+    lo, hi = y.min(0), y.max(0)
+    hi = np.maximum(hi * (1.0 + 1e-3 * np.sign(hi)), hi + 1e-3)
+    return (lo + hi) / 2, (hi - lo) / 2
+
+
+@pytest.mark.parametrize("d", [2, 3])
+def test_theta_half_matches_sklearn_angle_one(d):
+    y, nb, p = problem(2000, d, 5, 20 + d, np.float32)
+    c, w = sklearn_root_box(y)
+    a, r, z = gradient(0.5, y, nb, p, center=c, half=w)
+    forces, _ = sklearn_gradient(1.0, y, nb, p)
+    _, er, _ = exact(y, nb, p)
+    # Both approximate alike: ten times closer to each other than to exact
+    # (the rest is sklearn's single-precision cells and opening test).
+    scale = np.abs(forces).max()
+    approx_error = np.abs(a - forces - er).max()
+    assert approx_error > 1e-2 * scale
+    np.testing.assert_allclose(a - r, forces, rtol=0, atol=3e-3 * scale)
+
+
+def loss_reference(y, nb_flat, counts, p_flat, z):
+    # The loop as the loss is defined: ceil(c) entries per point, the
+    # position moves by the truncated sum.
+    total, e = 0.0, 0
+    for i, c in enumerate(counts):
+        m = 1
+        while c > 0 and m - 1 < c:
+            entry = e + m - 1
+            j = int(nb_flat[entry] - 1)
+            q = 1.0
+            for t in range(y.shape[1]):
+                q += (y[i, t] - y[j, t]) ** 2
+            pv = p_flat[entry]
+            total += pv * np.log(q * pv * z)
+            m += 1
+        e = int(e + c)
+    return total
+
+
+def test_loss_with_fractional_counts_follows_the_loop():
+    y, nb, p = problem(30, 2, 4, 5)
+    nbf, pf = (nb.ravel() + 1).astype(float), p.ravel()
+    counts = np.full(30, 4.0)
+    counts[3], counts[4], counts[10] = 2.5, 0.5, 3.9
+    got = loss(y, nbf, counts, pf, 7.0)
+    assert got == pytest.approx(loss_reference(y, nbf, counts, pf, 7.0), rel=1e-13)
+
+
+def test_single_precision_loss_and_no_points():
+    y, nb, p = problem(50, 2, 3, 6, np.float32)
+    counts = np.full(50, 3.0)
+    l32 = loss(y, (nb.ravel() + 1).astype(float), counts, p.ravel(), 2.0)
+    assert isinstance(l32, np.float32)
+    assert l32 == pytest.approx(loss_reference(y.astype(float), (nb.ravel() + 1).astype(float), counts,
+                                               p.ravel().astype(float), 2.0), rel=1e-4)
+    empty = np.zeros((0, 2))
+    assert loss(empty, np.zeros(0), np.zeros(0), np.zeros(0), 1.0) == 0.0
+    _, _, z = gradient(0.5, empty, np.zeros((0, 3), int), np.zeros((0, 3)), center=[0, 0], half=[1, 1])
+    assert z == np.finfo(np.float64).tiny
+
+
+def test_identifiers():
+    with pytest.raises(zvstats.HostError) as e:
+        zvstats.call("tsnebhbif", 1, 0.5, np.zeros((2, 3)))
+    assert e.value.identifier == "stats:tsnebif:TooFewInputsGrad"
+    with pytest.raises(zvstats.HostError) as e:
+        zvstats.call("tsnelossbif", 2, np.zeros((2, 3)), np.zeros(0), np.zeros(3), np.zeros(0), 1.0)
+    assert e.value.identifier == "stats:tsnebif:TooManyOutputs"
+    with pytest.raises(zvstats.HostError) as e:
+        zvstats.call("tsnelossbif", 1, np.zeros((2, 3), np.int32), np.zeros(0), np.zeros(3), np.zeros(0), 1.0)
+    assert e.value.identifier == "stats:tsnebif:BadInputType"

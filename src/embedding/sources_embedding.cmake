@@ -1,0 +1,4 @@
+target_sources(zvstats_objects PRIVATE
+  ${CMAKE_CURRENT_SOURCE_DIR}/embedding/tsne_gradient.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/embedding/tsne_loss.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/embedding/tsne_gateways.cpp)
