@@ -145,9 +145,15 @@ public:
         for (size_t k = 0; k < n; ++k) out[k] = next();
     }
 
-    // Marsaglia's polar method; both values of a pair are used.
+    // Marsaglia's polar method. Both values of a pair are used: one left over
+    // at the end of a request opens the next, so the normals do not depend on
+    // how requests are batched (and a draw of one costs half a pair).
     void normal(double* out, size_t n) override {
         size_t k = 0;
+        if (n > 0 && hasSpare_) {
+            out[k++] = spare_;
+            hasSpare_ = false;
+        }
         while (k < n) {
             double u, v, s;
             do {
@@ -157,7 +163,12 @@ public:
             } while (s >= 1.0 || s == 0.0);
             double f = std::sqrt(-2.0 * std::log(s) / s);
             out[k++] = u * f;
-            if (k < n) out[k++] = v * f;
+            if (k < n) {
+                out[k++] = v * f;
+            } else {
+                spare_ = v * f;
+                hasSpare_ = true;
+            }
         }
     }
 
@@ -170,6 +181,8 @@ private:
         }
     }
     Mt19937Doubles engine_;
+    double spare_ = 0.0;
+    bool hasSpare_ = false;
 };
 
 std::mutex defaultMutex;

@@ -22,6 +22,10 @@ public:
     }
     void normal(double* out, size_t n) {
         size_t k = 0;
+        if (n > 0 && hasSpare_) {
+            out[k++] = spare_;
+            hasSpare_ = false;
+        }
         while (k < n) {
             double u, v, s;
             do {
@@ -31,12 +35,19 @@ public:
             } while (s >= 1.0 || s == 0.0);
             double f = std::sqrt(-2.0 * std::log(s) / s);
             out[k++] = u * f;
-            if (k < n) out[k++] = v * f;
+            if (k < n) {
+                out[k++] = v * f;
+            } else {
+                spare_ = v * f;
+                hasSpare_ = true;
+            }
         }
     }
 
 private:
     std::mt19937 engine_;
+    double spare_ = 0.0;
+    bool hasSpare_ = false;
 };
 
 TEST(HostRandomStream, MatchesTheStandardEngineOverManyBlocks) {
@@ -57,6 +68,22 @@ TEST(HostRandomStream, MatchesTheStandardEngineOverManyBlocks) {
             for (size_t k = 0; k < n; ++k) ASSERT_EQ(got[k], want[k]) << seed << " " << round << " " << k;
         }
     }
+}
+
+TEST(HostRandomStream, NormalsDoNotDependOnHowRequestsAreBatched) {
+    auto whole = zvhost::makeStream(7), single = zvhost::makeStream(7);
+    std::vector<double> a(9), b(9);
+    whole->normal(a.data(), 9);
+    for (size_t k = 0; k < 9; ++k) single->normal(&b[k], 1);
+    EXPECT_EQ(a, b);
+    // A request of none leaves the spare value for the next.
+    double x = 0, y = 0, none = 0;
+    whole->normal(&x, 1);
+    whole->normal(&none, 0);
+    single->normal(&y, 1);
+    single->normal(&y, 1);
+    whole->normal(&x, 1);
+    EXPECT_EQ(x, y);
 }
 
 TEST(HostRandomStream, DefaultStreamFollowsSetDefaultStream) {

@@ -15,7 +15,8 @@
 // A host random stream. The standard one is MT19937 (std::mt19937, seeded
 // with init_genrand); uniforms take 53 bits from two draws, (a>>5, b>>6), as
 // numpy's legacy RandomState does, and a draw of exactly 0 is redrawn;
-// normals use Marsaglia's polar method on pairs of uniforms, no caching.
+// normals use Marsaglia's polar method on pairs of uniforms; the second value
+// of a pair left over by one request is the first of the next.
 class ZV_HOST_API RandStream {
 public:
     virtual ~RandStream();
