@@ -1,6 +1,6 @@
 // Double-double sums: a running value with its rounding error carried along,
-// for sums that gain and lose terms, and differences of prefix sums, that
-// must stay accurate to the last bit of the result.
+// for sums of many terms, and differences of such sums, that must stay
+// accurate to the last bit of the result.
 #pragma once
 
 #include <cmath>
@@ -31,12 +31,5 @@ struct Compensated {
     }
     double value() const { return hi + lo; }
 };
-
-inline Compensated difference(const Compensated& a, const Compensated& b) {
-    Compensated d = a;
-    d.add(-b.hi);
-    d.add(-b.lo);
-    return d;
-}
 
 }  // namespace zv::diagnostics

@@ -49,11 +49,12 @@ void coxRiskSums(const CoxProblem& pr, const CoxScoreWork& work);
 // the risk set and one to update them. Quadratic; any data.
 void coxRiskSumsByWalk(const CoxProblem& pr, const CoxScoreWork& work);
 
-// The same sums in O(n log n + n p): the risk set is kept as rows enter and
-// leave, and each row sums the contiguous run of events that it is at risk
-// at from prefix sums. Needs stop times finite and ascending, and finite
-// risks, frequencies, predictors and tie; returns false, with pr.out
-// untouched or zeroed again, where it cannot be used.
+// The same sums in O(n (p + 1) log n): the risk sets are sums of tree nodes
+// over the rows that have started, and each row sums the contiguous run of
+// events it is at risk at from a tree over the events. Needs stop times
+// finite and ascending, and finite risks, frequencies, predictors and tie;
+// returns false, with pr.out zero, where it cannot be used or meets a
+// factor or a sum that is not finite.
 bool coxRiskSumsBySweep(const CoxProblem& pr, const CoxScoreWork& work);
 
 // ---- shared by both ----------------------------------------------------------

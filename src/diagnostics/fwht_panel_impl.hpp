@@ -9,6 +9,7 @@
 namespace rkeutils::ZV_FWHT_ISA {
 
 namespace stages {
+
 // One panel of one block: `rows` rows, columns `ld` apart.
 template <class T>
 struct PanelView {
@@ -193,9 +194,9 @@ void transformPanel(const FwhtProblem<T>& pr, size_t block, size_t row0, size_t 
         stage(src, dst);
         next ^= 1;
     };
-    auto plainRun = [&](size_t stages) {
-        for (; stages >= 2; stages -= 2) pass([&](T* s, T* t) { plainStagePair(v, L, s, t); });
-        if (stages == 1) pass([&](T* s, T* t) { plainStage(v, L, s, t); });
+    auto plainRun = [&](size_t count) {
+        for (; count >= 2; count -= 2) pass([&](T* s, T* t) { plainStagePair(v, L, s, t); });
+        if (count == 1) pass([&](T* s, T* t) { plainStage(v, L, s, t); });
     };
 
     if (logL > 0) {
