@@ -95,7 +95,7 @@ void fwhtTyped(ndArray** outputs, const ndArray** inputs) {
     pr.out = zv::dataOf<T>(outputs[0]);
 
     const size_t count = L * pr.blocks;
-    std::vector<T> dPad, gPad, rPad;
+    std::vector<T> gPad, rPad;
     std::vector<int64_t> permPad;
     pr.d = zv::dataOf<const T>(dArg);
     pr.g = valuesOrPadded<T>(inputs[2], count, T(0), gPad);
