@@ -1,0 +1,124 @@
+// rkeutils::fwhtbif through the host's call boundary, next to a copy
+// benchmark of the same machine, so that the bytes the expansion has to move
+// can be set against what memory can move. Items/s counts output values.
+//   build/bin/fwht_bench [--benchmark_filter=Stream]
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <span>
+#include <thread>
+#include <vector>
+
+#include "zvhost/arrays.hpp"
+
+struct ndArray;
+namespace rkeutils {
+void fwhtbif(int, ndArray**, int, const ndArray**);
+}
+
+namespace {
+
+template <class T>
+struct Inputs {
+    zvhost::Owned x, d, g, r, perm, sigma, q;
+};
+
+template <class T>
+Inputs<T> makeInputs(size_t m, size_t k, size_t L, size_t S) {
+    std::mt19937 gen(7);
+    std::normal_distribution<double> normal;
+    std::vector<T> x(m * k), d(L * S), g(L * S), r(L * S);
+    for (auto& v : x) v = T(normal(gen));
+    for (size_t i = 0; i < L * S; ++i) {
+        d[i] = normal(gen) > 0 ? T(1) : T(-1);
+        g[i] = T(normal(gen));
+        r[i] = normal(gen) > 0 ? T(1) : T(-1);
+    }
+    std::vector<int64_t> perm(L * S);
+    for (size_t b = 0; b < S; ++b) {
+        for (size_t i = 0; i < L; ++i) perm[b * L + i] = int64_t(i + 1);
+        std::shuffle(perm.begin() + b * L, perm.begin() + (b + 1) * L, gen);
+    }
+    Inputs<T> in;
+    in.x = zvhost::matrixOf<T>(m, k, std::span<const T>(x));
+    in.d = zvhost::matrixOf<T>(L, S, std::span<const T>(d));
+    in.g = zvhost::matrixOf<T>(L, S, std::span<const T>(g));
+    in.r = zvhost::matrixOf<T>(L, S, std::span<const T>(r));
+    in.perm = zvhost::Owned(ndCreateNumericMatrix(L, S, ndINT64_CLASS, ndREAL));
+    std::memcpy(ndGetData(in.perm.get()), perm.data(), perm.size() * sizeof(int64_t));
+    in.sigma = zvhost::scalar(3.0);
+    in.q = zvhost::scalar(double(2 * L * S));
+    return in;
+}
+
+// Bytes the expansion cannot avoid: X read once per block, the output written once.
+template <class T>
+void expansion(benchmark::State& state, size_t m, size_t k, size_t L, size_t S) {
+    auto in = makeInputs<T>(m, k, L, S);
+    for (auto _ : state) {
+        auto out = zvhost::call(rkeutils::fwhtbif, 1,
+                                {in.x.get(), in.d.get(), in.g.get(), in.r.get(), in.perm.get(), in.sigma.get(), in.q.get()});
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(m * 2 * L * S));
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t((S * m * k + m * 2 * L * S) * sizeof(T)));
+}
+
+// A copy of 1 GiB on every core: STREAM's copy kernel, counting bytes read
+// and written.
+void BM_StreamCopy(benchmark::State& state) {
+    const size_t n = size_t(1) << 27;
+    std::vector<double> a(n, 1.0), b(n, 0.0);
+    const size_t threads = std::max(1u, std::thread::hardware_concurrency());
+    for (auto _ : state) {
+        std::vector<std::thread> pool;
+        for (size_t t = 0; t < threads; ++t)
+            pool.emplace_back([&, t] {
+                const size_t lo = n * t / threads, hi = n * (t + 1) / threads;
+                std::memcpy(b.data() + lo, a.data() + lo, (hi - lo) * sizeof(double));
+            });
+        for (auto& th : pool) th.join();
+        benchmark::DoNotOptimize(b.data());
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(2 * n * sizeof(double)));
+}
+
+// The least that any producer of the expansion's output pays: a fresh host
+// array of the same size written once on every core. In a virtual machine the
+// kernel's zeroing of newly touched pages can cost more than the writes.
+void BM_FreshOutputWrite_m100k_8192(benchmark::State& state) {
+    const size_t m = 100000, n = 8192;
+    const size_t threads = std::max(1u, std::thread::hardware_concurrency());
+    for (auto _ : state) {
+        zvhost::Owned out(ndCreateNumericMatrix(m, n, ndDOUBLE_CLASS, ndREAL));
+        double* p = static_cast<double*>(ndGetData(out.get()));
+        std::vector<std::thread> pool;
+        for (size_t t = 0; t < threads; ++t)
+            pool.emplace_back([&, t] {
+                const size_t lo = m * n * t / threads, hi = m * n * (t + 1) / threads;
+                std::fill(p + lo, p + hi, 1.0);
+            });
+        for (auto& th : pool) th.join();
+        benchmark::DoNotOptimize(p);
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(m * n * sizeof(double)));
+}
+
+void BM_ExpansionDouble_m100k_L1024_S4(benchmark::State& s) { expansion<double>(s, 100000, 1000, 1024, 4); }
+void BM_ExpansionSingle_m100k_L1024_S4(benchmark::State& s) { expansion<float>(s, 100000, 1000, 1024, 4); }
+void BM_ExpansionDouble_m100k_L64_S16(benchmark::State& s) { expansion<double>(s, 100000, 50, 64, 16); }
+void BM_ExpansionDouble_m20k_L4096_S1(benchmark::State& s) { expansion<double>(s, 20000, 3000, 4096, 1); }
+
+BENCHMARK(BM_StreamCopy)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_FreshOutputWrite_m100k_8192)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_ExpansionDouble_m100k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_ExpansionSingle_m100k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_ExpansionDouble_m100k_L64_S16)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ExpansionDouble_m20k_L4096_S1)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();
