@@ -1,12 +1,25 @@
 // The stages of one panel of one block, compiled once per instruction set
-// (ZV_FWHT_ISA names the namespace). The including file provides
-// sinCos(angles, sines, count), which leaves the cosines in `angles`.
+// (ZV_FWHT_ISA names the namespace).
 #include <algorithm>
 #include <cmath>
 
 #include "diagnostics/fwht_panel.hpp"
 
 namespace rkeutils::ZV_FWHT_ISA {
+namespace {
+
+// The sines into `sines`, the cosines over the angles. They are the standard
+// library's on every machine: a vector library would round differently.
+template <class T>
+void sinCos(T* __restrict angles, T* __restrict sines, size_t count) {
+    for (size_t r = 0; r < count; ++r) {
+        const T angle = angles[r];
+        sines[r] = std::sin(angle);
+        angles[r] = std::cos(angle);
+    }
+}
+
+}  // namespace
 
 namespace stages {
 

@@ -13,7 +13,3 @@ set_source_files_properties(
 set_source_files_properties(
   ${CMAKE_CURRENT_SOURCE_DIR}/diagnostics/fwht_panel_avx2.cpp
   PROPERTIES COMPILE_OPTIONS "-O3;-mavx2")
-# The vector cosines and sines come from glibc's libmvec; the targets that
-# link the objects are made after this fragment is read.
-cmake_language(DEFER CALL target_link_libraries zvstats_usage INTERFACE mvec)
-cmake_language(DEFER CALL target_link_libraries zvstatsbuiltins PRIVATE mvec)
