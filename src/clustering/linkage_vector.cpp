@@ -1,0 +1,249 @@
+// Memory-saving linkage on the observations themselves: centroid and median
+// by the nearest-neighbour list, ward by the nearest-neighbour chain, with
+// cluster representatives (centroids) kept in place of the merged columns.
+#include <cmath>
+#include <limits>
+
+#include "clustering/linkage.hpp"
+#include "clustering/linkage_updates.hpp"
+#include "frame/host_scratch.hpp"
+
+namespace zv::clustering {
+
+namespace {
+
+// Squared Euclidean distance of two columns, summed in ascending coordinate
+// order; symmetric to the bit, which the halved first search relies on.
+template <class T>
+inline T squaredDistance(const T* u, const T* v, size_t p) {
+    T sum = 0;
+    for (size_t t = 0; t < p; ++t) {
+        const T diff = u[t] - v[t];
+        sum += diff * diff;
+    }
+    return sum;
+}
+
+template <class T>
+struct Columns {
+    T* x;
+    size_t p;
+    T* operator[](size_t j) const { return x + j * p; }
+    T distance(size_t a, size_t b) const { return squaredDistance((*this)[a], (*this)[b], p); }
+    void copy(size_t from, size_t to) const {
+        for (size_t t = 0; t < p; ++t) (*this)[to][t] = (*this)[from][t];
+    }
+};
+
+// Column hi becomes the representative of the merge of lo (size na) and hi
+// (size nb).
+template <class T, LinkageMethod M>
+void mergeColumns(const Columns<T>& cols, size_t lo, size_t hi, uint64_t na, uint64_t nb) {
+    T* a = cols[lo];
+    T* b = cols[hi];
+    if constexpr (M == LinkageMethod::Median) {
+        for (size_t t = 0; t < cols.p; ++t) b[t] = (b[t] + a[t]) * T(0.5);
+    } else {
+        const T wa = T(na), wb = T(nb), total = T(na + nb);
+        for (size_t t = 0; t < cols.p; ++t) b[t] = (b[t] * wb + a[t] * wa) / total;
+    }
+}
+
+template <class T>
+void recordMerge(size_t k, size_t lo, size_t hi, T height, size_t n, uint64_t* labels, uint64_t* sizes,
+                 const MergeTable<T>& out, uint64_t& na, uint64_t& nb) {
+    out.write(k, labels[lo], labels[hi], height);
+    labels[lo] = labels[k];
+    labels[hi] = uint64_t(n + k);
+    na = nb = 1;
+    if (sizes) {
+        na = sizes[lo];
+        nb = sizes[hi];
+        sizes[lo] = sizes[k];
+        sizes[hi] = na + nb;
+    }
+}
+
+template <class T>
+struct Nearest {
+    T best = std::numeric_limits<T>::infinity();
+    uint64_t at;
+    explicit Nearest(uint64_t none) : at(none) {}
+    // The last of equal values wins; a NaN never qualifies.
+    void offer(size_t s, T v) {
+        if (best >= v) {
+            best = v;
+            at = s;
+        }
+    }
+    void store(uint64_t none, uint64_t& index, T& value) const {
+        index = at;
+        value = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+    }
+};
+
+template <class T, LinkageMethod M>
+void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    HostScratch<uint64_t> nnIndex(n);
+    HostScratch<T> nnDist(n);
+    uint64_t* nnidx = nnIndex.get();
+    T* nndist = nnDist.get();
+    const uint64_t none = noSlot(n);
+
+    // Each pair once: every row still sees its candidates in ascending order.
+    for (size_t r = 0; r < n; ++r) {
+        nnidx[r] = none;
+        nndist[r] = std::numeric_limits<T>::infinity();
+    }
+    for (size_t r = 0; r < n; ++r)
+        for (size_t s = r + 1; s < n; ++s) {
+            const T v = cols.distance(r, s);
+            if (nndist[r] >= v) nndist[r] = v, nnidx[r] = s;
+            if (nndist[s] >= v) nndist[s] = v, nnidx[s] = r;
+        }
+    for (size_t r = 0; r < n; ++r)
+        if (nnidx[r] == none) nndist[r] = std::numeric_limits<T>::quiet_NaN();
+
+    auto search = [&](size_t r, size_t from) {
+        Nearest<T> nearest(none);
+        for (size_t s = from; s < n; ++s)
+            if (s != r) nearest.offer(s, cols.distance(r, s));
+        nearest.store(none, nnidx[r], nndist[r]);
+    };
+
+    for (size_t k = 0; k + 1 < n; ++k) {
+        T x = std::numeric_limits<T>::infinity();
+        size_t i = n;
+        for (size_t s = k; s < n; ++s)
+            if (x >= nndist[s]) {
+                x = nndist[s];
+                i = s;
+            }
+        if (i == n) {
+            uint64_t running = labels[k];
+            for (size_t m = 0; k + 1 + m < n; ++m) {
+                out.write(k + m, running, labels[k + 1 + m], std::numeric_limits<T>::quiet_NaN());
+                running = uint64_t(n + k + m);
+            }
+            return;
+        }
+        const size_t j = size_t(nnidx[i]);
+        const size_t lo = i < j ? i : j, hi = i < j ? j : i;
+        uint64_t na, nb;
+        recordMerge(k, lo, hi, std::sqrt(x), n, labels, sizes, out, na, nb);
+        mergeColumns<T, M>(cols, lo, hi, na, nb);
+
+        Nearest<T> nearest(none);
+        for (size_t s = k; s < n; ++s)
+            if (s != lo && s != hi) nearest.offer(s, cols.distance(hi, s));
+        nearest.store(none, nnidx[hi], nndist[hi]);
+        if (lo != k) cols.copy(k, lo);
+        nnidx[lo] = nnidx[k];
+        nndist[lo] = nndist[k];
+
+        for (size_t r = k + 1; r < n; ++r) {
+            if (nnidx[r] == lo || nnidx[r] == hi) {
+                search(r, k + 1);
+                continue;
+            }
+            // hi is never its own neighbour.
+            if (r != hi) {
+                const T d = cols.distance(r, hi);
+                if (nndist[r] > d) {
+                    nndist[r] = d;
+                    nnidx[r] = hi;
+                    continue;
+                }
+            }
+            if (nnidx[r] == k) nnidx[r] = lo;
+        }
+    }
+}
+
+template <class T>
+void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    constexpr size_t kChainSlack = 10;
+    const size_t capacity = n + kChainSlack;
+    HostScratch<uint64_t> chainSlots(capacity);
+    uint64_t* S = chainSlots.get();
+    const uint64_t none = noSlot(n);
+    for (size_t i = 0; i < capacity; ++i) S[i] = none;
+
+    // The nearest slot to c among k .. n-1 by the ward dissimilarity.
+    auto nearestTo = [&](size_t c, size_t k, T& value) -> uint64_t {
+        Nearest<T> nearest(none);
+        const T nc = T(sizes[c]);
+        for (size_t s = k; s < n; ++s) {
+            if (s == c) continue;
+            const T ns = T(sizes[s]);
+            nearest.offer(s, cols.distance(c, s) / (nc + ns) * ns * nc);
+        }
+        if (nearest.at == none) {
+            value = std::numeric_limits<T>::quiet_NaN();
+            return c <= k ? k + 1 : k;
+        }
+        value = nearest.best;
+        return nearest.at;
+    };
+    auto restart = [&](size_t k) {
+        T unused;
+        S[0] = k;
+        S[1] = nearestTo(k, k, unused);
+        return ptrdiff_t(1);
+    };
+
+    ptrdiff_t L = restart(0);
+    for (size_t k = 0; k + 1 < n; ++k) {
+        T x;
+        for (;;) {
+            const uint64_t next = nearestTo(size_t(S[L]), k, x);
+            if (next == S[L - 1]) break;
+            // As in the condensed chain: at the end of the storage the top
+            // pair merges as if reciprocal.
+            if (size_t(L) + 2 >= capacity) {
+                S[L - 1] = next;
+                break;
+            }
+            S[++L] = next;
+        }
+        const size_t a = size_t(S[L]), b = size_t(S[L - 1]);
+        const size_t lo = a < b ? a : b, hi = a < b ? b : a;
+        S[L - 1] = S[L] = S[L + 1] = none;
+        uint64_t na, nb;
+        recordMerge(k, lo, hi, std::sqrt(T(2) * x), n, labels, sizes, out, na, nb);
+        mergeColumns<T, LinkageMethod::Ward>(cols, lo, hi, na, nb);
+        if (lo != k) cols.copy(k, lo);
+
+        if (k + 2 >= n) break;
+        if (L + 1 > 3) {
+            L -= 2;
+            if (lo != k)
+                for (ptrdiff_t i = 0; i <= L; ++i)
+                    if (S[i] == k) S[i] = lo;
+        } else {
+            L = restart(k + 1);
+        }
+    }
+}
+
+}  // namespace
+
+template <class T>
+void linkageVector(LinkageMethod method, T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
+                   const MergeTable<T>& out) {
+    if (n < 2) return;
+    const Columns<T> cols{x, p};
+    switch (method) {
+    case LinkageMethod::Centroid: return centroidList<T, LinkageMethod::Centroid>(cols, n, labels, sizes, out);
+    case LinkageMethod::Median: return centroidList<T, LinkageMethod::Median>(cols, n, labels, sizes, out);
+    case LinkageMethod::Ward: return wardChain(cols, n, labels, sizes, out);
+    default: return;
+    }
+}
+
+template void linkageVector<double>(LinkageMethod, double*, size_t, size_t, uint64_t*, uint64_t*,
+                                    const MergeTable<double>&);
+template void linkageVector<float>(LinkageMethod, float*, size_t, size_t, uint64_t*, uint64_t*,
+                                   const MergeTable<float>&);
+
+}  // namespace zv::clustering
