@@ -70,8 +70,12 @@ BuiltinsLibrary::BuiltinsLibrary(const std::string& path) {
     // Never unloaded: oneTBB, which it brings in, keeps worker threads alive.
     handle_ = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (!handle_) detail::raise("zvhost:CannotLoadLibrary", {std::string(dlerror())});
+    setGatewayResolver([handle = handle_](std::string_view name) {
+        return reinterpret_cast<Gateway>(dlsym(handle, mangledGatewayName(name).c_str()));
+    }, this);
 }
 BuiltinsLibrary::~BuiltinsLibrary() {
+    releaseGatewayResolver(this);
     if (handle_) dlclose(handle_);
 }
 void* BuiltinsLibrary::symbol(const std::string& rawName) const { return dlsym(handle_, rawName.c_str()); }
