@@ -95,8 +95,7 @@ void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, con
         recordMerge(k, lo, hi, heightOf(M, x), n, labels, sizes, out, na, nb);
 
         nnidx[hi] = none;
-        updateMerged<true>(y, n, k, lo, hi, MergeUpdate<T, M>(x, na, nb, sizes), nnidx[hi], nndist[hi]);
-        if (lo != k) moveSlot(y, n, k, lo);
+        mergeSlots<true>(y, n, k, lo, hi, MergeUpdate<T, M>(x, na, nb, sizes), nnidx[hi], nndist[hi]);
         nnidx[lo] = nnidx[k];
         nndist[lo] = nndist[k];
 
@@ -158,8 +157,7 @@ void nearestNeighbourChain(T* y, size_t n, uint64_t* labels, uint64_t* sizes, co
         recordMerge(k, lo, hi, heightOf(M, x), n, labels, sizes, out, na, nb);
         uint64_t unusedIndex;
         T unusedValue;
-        updateMerged<false>(y, n, k, lo, hi, MergeUpdate<T, M>(x, na, nb, sizes), unusedIndex, unusedValue);
-        if (lo != k) moveSlot(y, n, k, lo);
+        mergeSlots<false>(y, n, k, lo, hi, MergeUpdate<T, M>(x, na, nb, sizes), unusedIndex, unusedValue);
 
         const ptrdiff_t length = L + 1;
         if (length < 3) {

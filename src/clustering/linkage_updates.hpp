@@ -77,6 +77,24 @@ struct MergeUpdate<T, LinkageMethod::Ward> {
     }
 };
 
+// Walking down a column of the triangle, the stride shrinks by one per row,
+// which hardware prefetchers do not follow; each column walk asks for the
+// entry this many rows ahead.
+constexpr size_t kColumnPrefetchRows = 12;
+
+// The index of the entry kColumnPrefetchRows rows below `at`, which is the
+// entry of row s in some column.
+constexpr size_t columnAhead(size_t at, size_t s, size_t n) {
+    constexpr size_t D = kColumnPrefetchRows;
+    return at + D * (n - 2 - s) - D * (D - 1) / 2;
+}
+
+template <class T>
+inline void prefetchColumn(const T* y, size_t at, size_t s, size_t end, size_t n) {
+    // An asm statement: GCC 12 drops __builtin_prefetch in this guarded form.
+    if (s + kColumnPrefetchRows < end) asm volatile("prefetcht0 %0" : : "m"(y[columnAhead(at, s, n)]));
+}
+
 // Calls f(s, value) for the slots s = from .. c-1, then c+1 .. n-1: the
 // column of c above the diagonal, then its row, in ascending slot order.
 template <class T, class F>
@@ -84,6 +102,7 @@ inline void forEachOther(const T* y, size_t n, size_t c, size_t from, F&& f) {
     if (from < c) {
         size_t at = condensedIndex(from, c, n);
         for (size_t s = from; s < c; ++s) {
+            prefetchColumn(y, at, s, c, n);
             f(s, y[at]);
             at += n - s - 2;
         }
@@ -109,12 +128,15 @@ inline void nearestOf(const T* y, size_t n, size_t c, size_t from, uint64_t& ind
     value = at == noSlot(n) ? std::numeric_limits<T>::quiet_NaN() : best;
 }
 
-// Replaces the entries of hi by the merged values towards every active slot
-// s (k .. n-1, s not lo or hi), in three runs that follow the layout. With
-// Track, returns the nearest slot (last of equals, never a NaN) in index/value.
+// The merge of lo < hi at step k on the matrix. The entries of hi take the
+// merged values towards every active slot s (k .. n-1, s not lo or hi), in
+// three runs that follow the layout; then slot k falls out and its cluster
+// moves to slot lo. With Track, index/value receive hi's nearest slot (last
+// of equals, never a NaN). The move of the column part rides along with the
+// first run, which walks the same rows: the column walks are what costs.
 template <bool Track, class T, class Update>
-inline void updateMerged(T* y, size_t n, size_t k, size_t lo, size_t hi, const Update& update,
-                         uint64_t& index, T& value) {
+inline void mergeSlots(T* y, size_t n, size_t k, size_t lo, size_t hi, const Update& update,
+                       uint64_t& index, T& value) {
     T best = std::numeric_limits<T>::infinity();
     uint64_t at = noSlot(n);
     auto take = [&](size_t s, T v) {
@@ -125,20 +147,30 @@ inline void updateMerged(T* y, size_t n, size_t k, size_t lo, size_t hi, const U
             }
         }
     };
+    const T* rowK = y + condensedRowStart(k, n);
     if (k < lo) {
         size_t ia = condensedIndex(k, lo, n);
         const size_t gap = hi - lo;
-        for (size_t s = k; s < lo; ++s) {
+        // s = k: both entries lie in row k itself.
+        const T v0 = update(y[ia], y[ia + gap], k);
+        y[ia + gap] = v0;
+        take(k, v0);
+        ia += n - k - 2;
+        for (size_t s = k + 1; s < lo; ++s) {
+            prefetchColumn(y, ia, s, lo, n);
+            prefetchColumn(y, ia + gap, s, lo, n);
             const T v = update(y[ia], y[ia + gap], s);
             y[ia + gap] = v;
+            y[ia] = rowK[s - k - 1];
             take(s, v);
             ia += n - s - 2;
         }
     }
+    T* rowLo = y + condensedRowStart(lo, n);
     {
-        const T* rowLo = y + condensedRowStart(lo, n);
         size_t ib = lo + 1 < hi ? condensedIndex(lo + 1, hi, n) : 0;
         for (size_t s = lo + 1; s < hi; ++s) {
+            prefetchColumn(y, ib, s, hi, n);
             const T v = update(rowLo[s - lo - 1], y[ib], s);
             y[ib] = v;
             take(s, v);
@@ -152,27 +184,14 @@ inline void updateMerged(T* y, size_t n, size_t k, size_t lo, size_t hi, const U
             take(s, v);
         }
     }
+    if (lo != k) {
+        const T* rowKPastLo = rowK + (lo - k);
+        for (size_t s = lo + 1, j = 0; s < n; ++s, ++j) rowLo[j] = rowKPastLo[j];
+    }
     if constexpr (Track) {
         index = at;
         value = at == noSlot(n) ? std::numeric_limits<T>::quiet_NaN() : best;
     }
-}
-
-// Slot k falls out and its cluster moves to slot lo: its distances to the
-// slots k+1 .. n-1 become those of lo.
-template <class T>
-inline void moveSlot(T* y, size_t n, size_t k, size_t lo) {
-    const T* rowK = y + condensedRowStart(k, n);
-    if (k + 1 < lo) {
-        size_t at = condensedIndex(k + 1, lo, n);
-        for (size_t s = k + 1; s < lo; ++s) {
-            y[at] = rowK[s - k - 1];
-            at += n - s - 2;
-        }
-    }
-    T* rowLo = y + condensedRowStart(lo, n);
-    const T* rowKPastLo = rowK + (lo - k);
-    for (size_t s = lo + 1, j = 0; s < n; ++s, ++j) rowLo[j] = rowKPastLo[j];
 }
 
 }  // namespace zv::clustering
