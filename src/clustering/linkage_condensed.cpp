@@ -7,6 +7,8 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <vector>
+#include <algorithm>
 
 #include "clustering/linkage.hpp"
 #include "clustering/linkage_updates.hpp"
@@ -69,6 +71,62 @@ void joinRemaining(size_t k, size_t n, const uint64_t* labels, const MergeTable<
     }
 }
 
+// Every slot's nearest neighbour, exactly as a scan of each slot over all
+// others in ascending order would find it, but from one pass over the
+// triangle in storage order: the row walks are contiguous where a scan per
+// slot would walk every column. The rows are cut into a fixed number of
+// blocks, independent of the thread count; each block keeps, for every
+// slot, the best of its own rows, and the blocks are combined in ascending
+// order with the scan's rule (a later equal value wins), which gives the
+// scan's result.
+template <class T>
+void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
+    constexpr size_t kBlocks = 16;
+    const uint64_t none = noSlot(n);
+    const size_t blocks = std::min(kBlocks, n);
+    // Block b holds rows start[b] .. start[b+1]-1, about equal pair counts.
+    std::vector<size_t> start(blocks + 1, n);
+    const double pairs = double(n) * double(n - 1) / 2;
+    size_t row = 0;
+    double seen = 0;
+    for (size_t b = 0; b < blocks; ++b) {
+        start[b] = row;
+        while (row < n && seen < pairs * double(b + 1) / double(blocks)) seen += double(n - 1 - row++);
+    }
+    HostScratch<T> columnBest(blocks * n);
+    HostScratch<uint64_t> columnAt(blocks * n);
+    HostScratch<T> rowBest(n);
+    HostScratch<uint64_t> rowAt(n);
+    const T inf = std::numeric_limits<T>::infinity();
+    parallelOverSlots(0, blocks, [&](size_t b) {
+        T* cBest = columnBest.get() + b * n;
+        uint64_t* cAt = columnAt.get() + b * n;
+        std::fill(cBest, cBest + n, inf);
+        std::fill(cAt, cAt + n, none);
+        for (size_t i = start[b]; i < start[b + 1]; ++i) {
+            const T* row = y + condensedRowStart(i, n);
+            T best = inf;
+            uint64_t at = none;
+            for (size_t s = i + 1; s < n; ++s) {
+                const T v = row[s - i - 1];
+                if (best >= v) best = v, at = s;
+                if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+            }
+            rowBest[i] = best;
+            rowAt[i] = at;
+        }
+    });
+    parallelOverSlots(0, n, [&](size_t r) {
+        T best = inf;
+        uint64_t at = none;
+        for (size_t b = 0; b < blocks && start[b] < r; ++b)
+            if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
+        if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
+        nnidx[r] = at;
+        nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+    });
+}
+
 template <class T, LinkageMethod M>
 void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
     HostScratch<uint64_t> nnIndex(n);
@@ -77,7 +135,7 @@ void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, con
     T* nndist = nnDist.get();
     const uint64_t none = noSlot(n);
 
-    parallelOverSlots(0, n, [&](size_t r) { nearestOf(y, n, r, 0, nnidx[r], nndist[r]); });
+    initialNeighbours(y, n, nnidx, nndist);
 
     for (size_t k = 0; k + 1 < n; ++k) {
         T x = std::numeric_limits<T>::infinity();

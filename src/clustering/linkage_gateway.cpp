@@ -56,6 +56,7 @@ zv::HostScratch<T> distancesFromHost(const ndArray* data, const ndArray* argumen
     const matrix::unique_nd_ptr owned(result);
     const size_t count = pairCount(n);
     zv::HostScratch<T> y(count);
+    zv::adviseHugePages(y.get(), count * sizeof(T));
     copyCondensed<T>(result, result ? ndGetNumberOfElements(result) : 0, y.get(), count, square);
     return y;
 }
@@ -97,6 +98,7 @@ void linkageTyped(int numInputs, const ndArray** inputs, ndArray** outputs) {
         zv::raiseIf<ids::datSizeTooLarge>(count * 8.0 > zv::kMaxElementCount);
         n = zv::checked::toSize(std::ceil(std::sqrt(2.0 * count)));
         work = zv::HostScratch<T>(pairCount(n));
+        zv::adviseHugePages(work.get(), pairCount(n) * sizeof(T));
         copyCondensed<T>(first, std::min(ndGetNumberOfElements(first), zv::checked::toSize(count)), work.get(),
                          pairCount(n), square);
     }
