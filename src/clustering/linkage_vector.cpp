@@ -30,6 +30,26 @@ struct Columns {
     size_t p;
     T* operator[](size_t j) const { return x + j * p; }
     T distance(size_t a, size_t b) const { return squaredDistance((*this)[a], (*this)[b], p); }
+    // out[s - from] = distance(c, s) for s = from .. to-1, four columns at a
+    // time: each sum still runs in ascending coordinate order, so every value
+    // is the one distance() gives, but four sums advance side by side.
+    void distancesFrom(size_t c, size_t from, size_t to, T* out) const {
+        const T* u = (*this)[c];
+        size_t s = from;
+        for (; s + 4 <= to; s += 4) {
+            const T *v0 = (*this)[s], *v1 = v0 + p, *v2 = v1 + p, *v3 = v2 + p;
+            T a0 = 0, a1 = 0, a2 = 0, a3 = 0;
+            for (size_t t = 0; t < p; ++t) {
+                const T d0 = u[t] - v0[t], d1 = u[t] - v1[t], d2 = u[t] - v2[t], d3 = u[t] - v3[t];
+                a0 += d0 * d0;
+                a1 += d1 * d1;
+                a2 += d2 * d2;
+                a3 += d3 * d3;
+            }
+            out[s - from] = a0, out[s - from + 1] = a1, out[s - from + 2] = a2, out[s - from + 3] = a3;
+        }
+        for (; s < to; ++s) out[s - from] = distance(c, s);
+    }
     void copy(size_t from, size_t to) const {
         for (size_t t = 0; t < p; ++t) (*this)[to][t] = (*this)[from][t];
     }
@@ -95,19 +115,23 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         nnidx[r] = none;
         nndist[r] = std::numeric_limits<T>::infinity();
     }
-    for (size_t r = 0; r < n; ++r)
+    HostScratch<T> fromHi(n), fromRow(n);
+    for (size_t r = 0; r < n; ++r) {
+        cols.distancesFrom(r, r + 1, n, fromRow.get());
         for (size_t s = r + 1; s < n; ++s) {
-            const T v = cols.distance(r, s);
+            const T v = fromRow[s - r - 1];
             if (nndist[r] >= v) nndist[r] = v, nnidx[r] = s;
             if (nndist[s] >= v) nndist[s] = v, nnidx[s] = r;
         }
+    }
     for (size_t r = 0; r < n; ++r)
         if (nnidx[r] == none) nndist[r] = std::numeric_limits<T>::quiet_NaN();
 
     auto search = [&](size_t r, size_t from) {
         Nearest<T> nearest(none);
+        cols.distancesFrom(r, from, n, fromRow.get());
         for (size_t s = from; s < n; ++s)
-            if (s != r) nearest.offer(s, cols.distance(r, s));
+            if (s != r) nearest.offer(s, fromRow[s - from]);
         nearest.store(none, nnidx[r], nndist[r]);
     };
 
@@ -133,9 +157,11 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         recordMerge(k, lo, hi, std::sqrt(x), n, labels, sizes, out, na, nb);
         mergeColumns<T, M>(cols, lo, hi, na, nb);
 
+        // d(hi, s) once: the repair below needs the same values.
         Nearest<T> nearest(none);
+        cols.distancesFrom(hi, k, n, fromHi.get());
         for (size_t s = k; s < n; ++s)
-            if (s != lo && s != hi) nearest.offer(s, cols.distance(hi, s));
+            if (s != lo && s != hi) nearest.offer(s, fromHi[s - k]);
         nearest.store(none, nnidx[hi], nndist[hi]);
         if (lo != k) cols.copy(k, lo);
         nnidx[lo] = nnidx[k];
@@ -148,7 +174,8 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
             }
             // hi is never its own neighbour.
             if (r != hi) {
-                const T d = cols.distance(r, hi);
+                // Slot lo now holds the cluster that was in slot k.
+                const T d = fromHi[(r == lo ? k : r) - k];
                 if (nndist[r] > d) {
                     nndist[r] = d;
                     nnidx[r] = hi;
@@ -170,13 +197,15 @@ void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* siz
     for (size_t i = 0; i < capacity; ++i) S[i] = none;
 
     // The nearest slot to c among k .. n-1 by the ward dissimilarity.
+    HostScratch<T> fromTop(n);
     auto nearestTo = [&](size_t c, size_t k, T& value) -> uint64_t {
         Nearest<T> nearest(none);
         const T nc = T(sizes[c]);
+        cols.distancesFrom(c, k, n, fromTop.get());
         for (size_t s = k; s < n; ++s) {
             if (s == c) continue;
             const T ns = T(sizes[s]);
-            nearest.offer(s, cols.distance(c, s) / (nc + ns) * ns * nc);
+            nearest.offer(s, fromTop[s - k] / (nc + ns) * ns * nc);
         }
         if (nearest.at == none) {
             value = std::numeric_limits<T>::quiet_NaN();
