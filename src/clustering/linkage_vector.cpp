@@ -1,8 +1,15 @@
 // Memory-saving linkage on the observations themselves: centroid and median
 // by the nearest-neighbour list, ward by the nearest-neighbour chain, with
 // cluster representatives (centroids) kept in place of the merged columns.
+// Serial but for long distance sweeps and the repeated searches of the
+// list's repair, which run in parallel, each writing only its own values.
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "clustering/linkage.hpp"
 #include "clustering/linkage_updates.hpp"
@@ -102,6 +109,79 @@ struct Nearest {
     }
 };
 
+// Columns::distancesFrom split into fixed pieces run in parallel when the
+// range is long enough to pay for it; the values do not depend on the split.
+template <class T>
+void distancesInParallel(const Columns<T>& cols, size_t c, size_t from, size_t to, T* out) {
+    constexpr size_t kPiece = 1024;
+    if (to - from < 2 * kPiece) return cols.distancesFrom(c, from, to, out);
+    const size_t pieces = (to - from + kPiece - 1) / kPiece;
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, pieces, 1),
+                      [&](const tbb::blocked_range<size_t>& range) {
+                          for (size_t q = range.begin(); q != range.end(); ++q) {
+                              const size_t s0 = from + q * kPiece, s1 = std::min(to, s0 + kPiece);
+                              cols.distancesFrom(c, s0, s1, out + (s0 - from));
+                          }
+                      },
+                      tbb::auto_partitioner());
+}
+
+// Every slot's nearest neighbour as a scan of each slot over all others in
+// ascending order finds it, with each pair's distance computed once: rows of
+// the triangle fall into a fixed number of blocks, independent of the thread
+// count, each keeping the best of its rows for every slot; the blocks then
+// combine in ascending order by the scan's rule (a later equal value wins).
+template <class T>
+void firstNeighbours(const Columns<T>& cols, size_t n, uint64_t* nnidx, T* nndist) {
+    constexpr size_t kBlocks = 16, kPiece = 64;
+    const uint64_t none = noSlot(n);
+    const size_t blocks = std::min(kBlocks, n);
+    std::vector<size_t> start(blocks + 1, n);
+    const double pairs = double(n) * double(n - 1) / 2;
+    size_t row = 0;
+    double seen = 0;
+    for (size_t b = 0; b < blocks; ++b) {
+        start[b] = row;
+        while (row < n && seen < pairs * double(b + 1) / double(blocks)) seen += double(n - 1 - row++);
+    }
+    const T inf = std::numeric_limits<T>::infinity();
+    HostScratch<T> columnBest(blocks * n), rowBest(n);
+    HostScratch<uint64_t> columnAt(blocks * n), rowAt(n);
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, blocks, 1), [&](const tbb::blocked_range<size_t>& range) {
+        T piece[kPiece];
+        for (size_t b = range.begin(); b != range.end(); ++b) {
+            T* cBest = columnBest.get() + b * n;
+            uint64_t* cAt = columnAt.get() + b * n;
+            std::fill(cBest, cBest + n, inf);
+            std::fill(cAt, cAt + n, none);
+            for (size_t i = start[b]; i < start[b + 1]; ++i) {
+                T best = inf;
+                uint64_t at = none;
+                for (size_t s0 = i + 1; s0 < n; s0 += kPiece) {
+                    const size_t s1 = std::min(n, s0 + kPiece);
+                    cols.distancesFrom(i, s0, s1, piece);
+                    for (size_t s = s0; s < s1; ++s) {
+                        const T v = piece[s - s0];
+                        if (best >= v) best = v, at = s;
+                        if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+                    }
+                }
+                rowBest[i] = best;
+                rowAt[i] = at;
+            }
+        }
+    }, tbb::auto_partitioner());
+    for (size_t r = 0; r < n; ++r) {
+        T best = inf;
+        uint64_t at = none;
+        for (size_t b = 0; b < blocks && start[b] < r; ++b)
+            if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
+        if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
+        nnidx[r] = at;
+        nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+    }
+}
+
 template <class T, LinkageMethod M>
 void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
     HostScratch<uint64_t> nnIndex(n);
@@ -110,30 +190,25 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
     T* nndist = nnDist.get();
     const uint64_t none = noSlot(n);
 
-    // Each pair once: every row still sees its candidates in ascending order.
-    for (size_t r = 0; r < n; ++r) {
-        nnidx[r] = none;
-        nndist[r] = std::numeric_limits<T>::infinity();
-    }
-    HostScratch<T> fromHi(n), fromRow(n);
-    for (size_t r = 0; r < n; ++r) {
-        cols.distancesFrom(r, r + 1, n, fromRow.get());
-        for (size_t s = r + 1; s < n; ++s) {
-            const T v = fromRow[s - r - 1];
-            if (nndist[r] >= v) nndist[r] = v, nnidx[r] = s;
-            if (nndist[s] >= v) nndist[s] = v, nnidx[s] = r;
-        }
-    }
-    for (size_t r = 0; r < n; ++r)
-        if (nnidx[r] == none) nndist[r] = std::numeric_limits<T>::quiet_NaN();
+    firstNeighbours(cols, n, nnidx, nndist);
+    HostScratch<T> fromHi(n);
 
+    // A fresh search of slot r over from .. n-1; safe on any thread: it
+    // writes only nnidx[r] and nndist[r], and its distances go through a
+    // small block on the stack.
     auto search = [&](size_t r, size_t from) {
+        constexpr size_t kBlock = 64;
+        T block[kBlock];
         Nearest<T> nearest(none);
-        cols.distancesFrom(r, from, n, fromRow.get());
-        for (size_t s = from; s < n; ++s)
-            if (s != r) nearest.offer(s, fromRow[s - from]);
+        for (size_t s0 = from; s0 < n; s0 += kBlock) {
+            const size_t s1 = std::min(n, s0 + kBlock);
+            cols.distancesFrom(r, s0, s1, block);
+            for (size_t s = s0; s < s1; ++s)
+                if (s != r) nearest.offer(s, block[s - s0]);
+        }
         nearest.store(none, nnidx[r], nndist[r]);
     };
+    HostScratch<size_t> rescan(n);
 
     for (size_t k = 0; k + 1 < n; ++k) {
         T x = std::numeric_limits<T>::infinity();
@@ -159,7 +234,7 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
 
         // d(hi, s) once: the repair below needs the same values.
         Nearest<T> nearest(none);
-        cols.distancesFrom(hi, k, n, fromHi.get());
+        distancesInParallel(cols, hi, k, n, fromHi.get());
         for (size_t s = k; s < n; ++s)
             if (s != lo && s != hi) nearest.offer(s, fromHi[s - k]);
         nearest.store(none, nnidx[hi], nndist[hi]);
@@ -167,9 +242,12 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         nnidx[lo] = nnidx[k];
         nndist[lo] = nndist[k];
 
+        // The slots whose neighbour was merged search again, the others
+        // only compare with hi; the searches are independent of each other.
+        size_t rescans = 0;
         for (size_t r = k + 1; r < n; ++r) {
             if (nnidx[r] == lo || nnidx[r] == hi) {
-                search(r, k + 1);
+                rescan[rescans++] = r;
                 continue;
             }
             // hi is never its own neighbour.
@@ -183,6 +261,15 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
                 }
             }
             if (nnidx[r] == k) nnidx[r] = lo;
+        }
+        if (rescans < 2) {
+            if (rescans) search(rescan[0], k + 1);
+        } else {
+            tbb::parallel_for(tbb::blocked_range<size_t>(0, rescans, 1),
+                              [&](const tbb::blocked_range<size_t>& range) {
+                                  for (size_t q = range.begin(); q != range.end(); ++q) search(rescan[q], k + 1);
+                              },
+                              tbb::auto_partitioner());
         }
     }
 }
