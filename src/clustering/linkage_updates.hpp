@@ -3,6 +3,7 @@
 // the linkage engines share.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -128,37 +129,45 @@ inline void nearestOf(const T* y, size_t n, size_t c, size_t from, uint64_t& ind
     value = at == noSlot(n) ? std::numeric_limits<T>::quiet_NaN() : best;
 }
 
-// The merge of lo < hi at step k on the matrix. The entries of hi take the
-// merged values towards every active slot s (k .. n-1, s not lo or hi), in
-// three runs that follow the layout; then slot k falls out and its cluster
-// moves to slot lo. With Track, index/value receive hi's nearest slot (last
-// of equals, never a NaN). The move of the column part rides along with the
-// first run, which walks the same rows: the column walks are what costs.
-template <bool Track, class T, class Update>
-inline void mergeSlots(T* y, size_t n, size_t k, size_t lo, size_t hi, const Update& update,
-                       uint64_t& index, T& value) {
+// The nearest slot seen so far under the scans' rule: the last of equal
+// values wins and a NaN never qualifies.
+template <class T>
+struct Nearest {
     T best = std::numeric_limits<T>::infinity();
-    uint64_t at = noSlot(n);
-    auto take = [&](size_t s, T v) {
-        if constexpr (Track) {
-            if (best >= v) {
-                best = v;
-                at = s;
-            }
+    uint64_t at;
+    explicit Nearest(uint64_t none) : at(none) {}
+    void offer(uint64_t s, T v) {
+        if (best >= v) {
+            best = v;
+            at = s;
         }
+    }
+};
+
+// The slots from .. to-1 of the merge of lo < hi at step k: the entries of
+// hi take the merged values towards them, and for those below lo the column
+// of lo takes row k's value (slot k falls out and its cluster moves to lo).
+// The runs follow the layout: column entries above lo, above hi, then rows.
+template <bool Track, class T, class Update>
+inline void mergeSlotRange(T* y, size_t n, size_t k, size_t lo, size_t hi, const Update& update, size_t from,
+                           size_t to, Nearest<T>& nearest) {
+    auto take = [&](size_t s, T v) {
+        if constexpr (Track) nearest.offer(s, v);
     };
     const T* rowK = y + condensedRowStart(k, n);
-    if (k < lo) {
-        size_t ia = condensedIndex(k, lo, n);
-        const size_t gap = hi - lo;
-        // s = k: both entries lie in row k itself.
-        const T v0 = update(y[ia], y[ia + gap], k);
-        y[ia + gap] = v0;
-        take(k, v0);
-        ia += n - k - 2;
-        for (size_t s = k + 1; s < lo; ++s) {
-            prefetchColumn(y, ia, s, lo, n);
-            prefetchColumn(y, ia + gap, s, lo, n);
+    if (size_t s = std::max(from, k); s < std::min(to, lo)) {
+        const size_t end = std::min(to, lo), gap = hi - lo;
+        size_t ia = condensedIndex(s, lo, n);
+        if (s == k) {  // both entries lie in row k itself, which stays
+            const T v = update(y[ia], y[ia + gap], s);
+            y[ia + gap] = v;
+            take(s, v);
+            ia += n - s - 2;
+            ++s;
+        }
+        for (; s < end; ++s) {
+            prefetchColumn(y, ia, s, end, n);
+            prefetchColumn(y, ia + gap, s, end, n);
             const T v = update(y[ia], y[ia + gap], s);
             y[ia + gap] = v;
             y[ia] = rowK[s - k - 1];
@@ -166,31 +175,43 @@ inline void mergeSlots(T* y, size_t n, size_t k, size_t lo, size_t hi, const Upd
             ia += n - s - 2;
         }
     }
-    T* rowLo = y + condensedRowStart(lo, n);
-    {
-        size_t ib = lo + 1 < hi ? condensedIndex(lo + 1, hi, n) : 0;
-        for (size_t s = lo + 1; s < hi; ++s) {
-            prefetchColumn(y, ib, s, hi, n);
+    const T* rowLo = y + condensedRowStart(lo, n);
+    if (size_t s = std::max(from, lo + 1); s < std::min(to, hi)) {
+        const size_t end = std::min(to, hi);
+        size_t ib = condensedIndex(s, hi, n);
+        for (; s < end; ++s) {
+            prefetchColumn(y, ib, s, end, n);
             const T v = update(rowLo[s - lo - 1], y[ib], s);
             y[ib] = v;
             take(s, v);
             ib += n - s - 2;
         }
-        const T* rowLoPastHi = rowLo + (hi - lo);
-        T* rowHi = y + condensedRowStart(hi, n);
-        for (size_t s = hi + 1, j = 0; s < n; ++s, ++j) {
-            const T v = update(rowLoPastHi[j], rowHi[j], s);
-            rowHi[j] = v;
-            take(s, v);
-        }
     }
+    T* rowHi = y + condensedRowStart(hi, n);
+    for (size_t s = std::max(from, hi + 1); s < to; ++s) {
+        const T v = update(rowLo[s - lo - 1], rowHi[s - hi - 1], s);
+        rowHi[s - hi - 1] = v;
+        take(s, v);
+    }
+}
+
+// The merge of lo < hi at step k. With Track, index/value receive hi's
+// nearest slot (noSlot and NaN if none).
+template <bool Track, class T, class Update>
+inline void mergeSlots(T* y, size_t n, size_t k, size_t lo, size_t hi, const Update& update, uint64_t& index,
+                       T& value) {
+    Nearest<T> nearest(noSlot(n));
+    mergeSlotRange<Track>(y, n, k, lo, hi, update, k, n, nearest);
+    // The row of lo last: the runs above still read lo's old row, and this
+    // reads row k's entry of hi, which they have just updated.
     if (lo != k) {
-        const T* rowKPastLo = rowK + (lo - k);
+        T* rowLo = y + condensedRowStart(lo, n);
+        const T* rowKPastLo = y + condensedRowStart(k, n) + (lo - k);
         for (size_t s = lo + 1, j = 0; s < n; ++s, ++j) rowLo[j] = rowKPastLo[j];
     }
     if constexpr (Track) {
-        index = at;
-        value = at == noSlot(n) ? std::numeric_limits<T>::quiet_NaN() : best;
+        index = nearest.at;
+        value = nearest.at == noSlot(n) ? std::numeric_limits<T>::quiet_NaN() : nearest.best;
     }
 }
 

@@ -77,6 +77,12 @@ void mergeColumns(const Columns<T>& cols, size_t lo, size_t hi, uint64_t na, uin
 }
 
 template <class T>
+void storeNearest(const Nearest<T>& nearest, uint64_t none, uint64_t& index, T& value) {
+    index = nearest.at;
+    value = nearest.at == none ? std::numeric_limits<T>::quiet_NaN() : nearest.best;
+}
+
+template <class T>
 void recordMerge(size_t k, size_t lo, size_t hi, T height, size_t n, uint64_t* labels, uint64_t* sizes,
                  const MergeTable<T>& out, uint64_t& na, uint64_t& nb) {
     out.write(k, labels[lo], labels[hi], height);
@@ -91,23 +97,6 @@ void recordMerge(size_t k, size_t lo, size_t hi, T height, size_t n, uint64_t* l
     }
 }
 
-template <class T>
-struct Nearest {
-    T best = std::numeric_limits<T>::infinity();
-    uint64_t at;
-    explicit Nearest(uint64_t none) : at(none) {}
-    // The last of equal values wins; a NaN never qualifies.
-    void offer(size_t s, T v) {
-        if (best >= v) {
-            best = v;
-            at = s;
-        }
-    }
-    void store(uint64_t none, uint64_t& index, T& value) const {
-        index = at;
-        value = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
-    }
-};
 
 // Columns::distancesFrom split into fixed pieces run in parallel when the
 // range is long enough to pay for it; the values do not depend on the split.
@@ -206,7 +195,7 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
             for (size_t s = s0; s < s1; ++s)
                 if (s != r) nearest.offer(s, block[s - s0]);
         }
-        nearest.store(none, nnidx[r], nndist[r]);
+        storeNearest(nearest, none, nnidx[r], nndist[r]);
     };
     HostScratch<size_t> rescan(n);
 
@@ -237,7 +226,7 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         distancesInParallel(cols, hi, k, n, fromHi.get());
         for (size_t s = k; s < n; ++s)
             if (s != lo && s != hi) nearest.offer(s, fromHi[s - k]);
-        nearest.store(none, nnidx[hi], nndist[hi]);
+        storeNearest(nearest, none, nnidx[hi], nndist[hi]);
         if (lo != k) cols.copy(k, lo);
         nnidx[lo] = nnidx[k];
         nndist[lo] = nndist[k];

@@ -321,6 +321,7 @@ TEST(Linkage, IdentifiersInOrder) {
     EXPECT_EQ(id(1, {y.get(), bad.get(), y.get(), y.get()}), c + "UnknownLinkageMethod");
     EXPECT_EQ(id(1, {ys.get(), bad.get()}), c + "UnknownLinkageMethod");
     EXPECT_EQ(id(1, {y.get()}), c + "UnknownLinkageMethod");
+    EXPECT_EQ(id(1, {}), c + "UndefinedFunctionOnlyDoubleOrSingle");  // nothing to read a class from
     EXPECT_EQ(id(1, {y.get(), ce.get(), y.get(), notLogical.get()}), c + "ThirdInputInvalid");
     EXPECT_EQ(id(1, {y.get(), si.get(), cell.get(), notLogical.get()}), c + "ForthInputInvalid");
     EXPECT_EQ(id(1, {y.get(), si.get(), many.get(), yes.get()}), c + "MemEffNotCeMeWa");
@@ -344,6 +345,20 @@ TEST(Linkage, SizeLimits) {
               "stats:linkagebif:dataSizeTooLarge");
     ndSetM(huge.get(), 1), ndSetN(huge.get(), 1);
     ndSetM(wide.get(), 1), ndSetN(wide.get(), 1);
+}
+
+TEST(Linkage, LargerProblemsAgreeWithTheReference) {
+    // One method of each algorithm on long column walks and many ties.
+    const size_t n = 1500;
+    std::mt19937 gen(13);
+    std::uniform_int_distribution<int> small(1, 200);
+    std::vector<double> y(n * (n - 1) / 2);
+    for (auto& v : y) v = double(small(gen));
+    for (const std::string m : {"si", "av"}) {
+        const auto z = linkage(y, m);
+        expectSame(z, zvtest::ReferenceLinkage(y, n, m).run(), m);
+        expectSame(z, zvtest::withThreads(1, [&] { return linkage(y, m); }), m + " on one thread");
+    }
 }
 
 TEST(Linkage, OneAndTwoThreadsAgree) {
