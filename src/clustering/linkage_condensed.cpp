@@ -43,34 +43,6 @@ void parallelOverSlots(size_t begin, size_t end, const Body& body) {
                       tbb::auto_partitioner());
 }
 
-// Book-keeping shared by both algorithms for the merge of lo < hi at step k:
-// the row of Z, the labels and the sizes. Returns the sizes of a and b.
-template <class T>
-void recordMerge(size_t k, size_t lo, size_t hi, T height, size_t n, uint64_t* labels, uint64_t* sizes,
-                 const MergeTable<T>& out, uint64_t& na, uint64_t& nb) {
-    out.write(k, labels[lo], labels[hi], height);
-    labels[lo] = labels[k];
-    labels[hi] = uint64_t(n + k);
-    na = nb = 1;
-    if (sizes) {
-        na = sizes[lo];
-        nb = sizes[hi];
-        sizes[lo] = sizes[k];
-        sizes[hi] = na + nb;
-    }
-}
-
-// What is left when every remaining value is NaN: join the active slots in
-// slot order at NaN height.
-template <class T>
-void joinRemaining(size_t k, size_t n, const uint64_t* labels, const MergeTable<T>& out) {
-    uint64_t running = labels[k];
-    for (size_t m = 0; k + 1 + m < n; ++m) {
-        out.write(k + m, running, labels[k + 1 + m], std::numeric_limits<T>::quiet_NaN());
-        running = uint64_t(n + k + m);
-    }
-}
-
 // Every slot's nearest neighbour, exactly as a scan of each slot over all
 // others in ascending order would find it, but from one pass over the
 // triangle in storage order: the row walks are contiguous where a scan per
@@ -84,15 +56,7 @@ void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
     constexpr size_t kBlocks = 16;
     const uint64_t none = noSlot(n);
     const size_t blocks = std::min(kBlocks, n);
-    // Block b holds rows start[b] .. start[b+1]-1, about equal pair counts.
-    std::vector<size_t> start(blocks + 1, n);
-    const double pairs = double(n) * double(n - 1) / 2;
-    size_t row = 0;
-    double seen = 0;
-    for (size_t b = 0; b < blocks; ++b) {
-        start[b] = row;
-        while (row < n && seen < pairs * double(b + 1) / double(blocks)) seen += double(n - 1 - row++);
-    }
+    const std::vector<size_t> start = rowBlocks(n, blocks);
     HostScratch<T> columnBest(blocks * n);
     HostScratch<uint64_t> columnAt(blocks * n);
     HostScratch<T> rowBest(n);

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <vector>
 
 #include "clustering/linkage.hpp"
 #include "distance/condensed.hpp"
@@ -212,6 +213,48 @@ inline void mergeSlots(T* y, size_t n, size_t k, size_t lo, size_t hi, const Upd
     if constexpr (Track) {
         index = nearest.at;
         value = nearest.at == noSlot(n) ? std::numeric_limits<T>::quiet_NaN() : nearest.best;
+    }
+}
+
+// The rows of the triangle of n slots cut into `blocks` runs of about equal
+// pair counts: block b holds rows start[b] .. start[b+1]-1.
+inline std::vector<size_t> rowBlocks(size_t n, size_t blocks) {
+    std::vector<size_t> start(blocks + 1, n);
+    const double pairs = double(n) * double(n - 1) / 2;
+    size_t row = 0;
+    double seen = 0;
+    for (size_t b = 0; b < blocks; ++b) {
+        start[b] = row;
+        while (row < n && seen < pairs * double(b + 1) / double(blocks)) seen += double(n - 1 - row++);
+    }
+    return start;
+}
+
+// Book-keeping shared by both algorithms for the merge of lo < hi at step k:
+// the row of Z, the labels and the sizes. Returns the sizes of a and b.
+template <class T>
+void recordMerge(size_t k, size_t lo, size_t hi, T height, size_t n, uint64_t* labels, uint64_t* sizes,
+                 const MergeTable<T>& out, uint64_t& na, uint64_t& nb) {
+    out.write(k, labels[lo], labels[hi], height);
+    labels[lo] = labels[k];
+    labels[hi] = uint64_t(n + k);
+    na = nb = 1;
+    if (sizes) {
+        na = sizes[lo];
+        nb = sizes[hi];
+        sizes[lo] = sizes[k];
+        sizes[hi] = na + nb;
+    }
+}
+
+// What is left when every remaining value is NaN: join the active slots in
+// slot order at NaN height.
+template <class T>
+void joinRemaining(size_t k, size_t n, const uint64_t* labels, const MergeTable<T>& out) {
+    uint64_t running = labels[k];
+    for (size_t m = 0; k + 1 + m < n; ++m) {
+        out.write(k + m, running, labels[k + 1 + m], std::numeric_limits<T>::quiet_NaN());
+        running = uint64_t(n + k + m);
     }
 }
 

@@ -82,22 +82,6 @@ void storeNearest(const Nearest<T>& nearest, uint64_t none, uint64_t& index, T& 
     value = nearest.at == none ? std::numeric_limits<T>::quiet_NaN() : nearest.best;
 }
 
-template <class T>
-void recordMerge(size_t k, size_t lo, size_t hi, T height, size_t n, uint64_t* labels, uint64_t* sizes,
-                 const MergeTable<T>& out, uint64_t& na, uint64_t& nb) {
-    out.write(k, labels[lo], labels[hi], height);
-    labels[lo] = labels[k];
-    labels[hi] = uint64_t(n + k);
-    na = nb = 1;
-    if (sizes) {
-        na = sizes[lo];
-        nb = sizes[hi];
-        sizes[lo] = sizes[k];
-        sizes[hi] = na + nb;
-    }
-}
-
-
 // Columns::distancesFrom split into fixed pieces run in parallel when the
 // range is long enough to pay for it; the values do not depend on the split.
 template <class T>
@@ -125,14 +109,7 @@ void firstNeighbours(const Columns<T>& cols, size_t n, uint64_t* nnidx, T* nndis
     constexpr size_t kBlocks = 16, kPiece = 64;
     const uint64_t none = noSlot(n);
     const size_t blocks = std::min(kBlocks, n);
-    std::vector<size_t> start(blocks + 1, n);
-    const double pairs = double(n) * double(n - 1) / 2;
-    size_t row = 0;
-    double seen = 0;
-    for (size_t b = 0; b < blocks; ++b) {
-        start[b] = row;
-        while (row < n && seen < pairs * double(b + 1) / double(blocks)) seen += double(n - 1 - row++);
-    }
+    const std::vector<size_t> start = rowBlocks(n, blocks);
     const T inf = std::numeric_limits<T>::infinity();
     HostScratch<T> columnBest(blocks * n), rowBest(n);
     HostScratch<uint64_t> columnAt(blocks * n), rowAt(n);
@@ -207,14 +184,7 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
                 x = nndist[s];
                 i = s;
             }
-        if (i == n) {
-            uint64_t running = labels[k];
-            for (size_t m = 0; k + 1 + m < n; ++m) {
-                out.write(k + m, running, labels[k + 1 + m], std::numeric_limits<T>::quiet_NaN());
-                running = uint64_t(n + k + m);
-            }
-            return;
-        }
+        if (i == n) return joinRemaining(k, n, labels, out);
         const size_t j = size_t(nnidx[i]);
         const size_t lo = i < j ? i : j, hi = i < j ? j : i;
         uint64_t na, nb;
