@@ -61,6 +61,9 @@ void markPending(const std::shared_ptr<InterruptStateData>& state);
 
 void consoleWrite(const std::string& text);
 
+// The host-language function served by the host itself, or null.
+HostFunction* languageFunction(const std::string& name);
+
 std::string toUtf8(const std::u16string& s);
 std::u16string fromUtf8(const std::string& s);
 

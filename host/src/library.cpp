@@ -74,8 +74,12 @@ BuiltinsLibrary::BuiltinsLibrary(const std::string& path) {
     // Its BLAS may sit in a local scope (Python loads numpy's privately),
     // out of reach of the global lookup.
     detail::BlasThreadScope::resolveFrom(handle_);
+    setGatewayResolver([handle = handle_](std::string_view name) {
+        return reinterpret_cast<Gateway>(dlsym(handle, mangledGatewayName(name).c_str()));
+    }, this);
 }
 BuiltinsLibrary::~BuiltinsLibrary() {
+    releaseGatewayResolver(this);
     if (handle_) dlclose(handle_);
 }
 void* BuiltinsLibrary::symbol(const std::string& rawName) const { return dlsym(handle_, rawName.c_str()); }

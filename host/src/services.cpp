@@ -130,7 +130,8 @@ int hostCallFunction(int numOutputs, ndArray** outputs, int numInputs, const ndA
         std::lock_guard<std::mutex> lock(registryMutex);
         calls.emplace_back(name);
     }
-    auto fn = lookup(name);
+    const auto registered = lookup(name);  // held for the length of the call
+    HostFunction* fn = registered ? registered.get() : zvhost::detail::languageFunction(name);
     if (!fn) {
         if (trap) return 1;
         raise("zvhost:UndefinedFunction", {std::string(name)});
@@ -149,7 +150,9 @@ int hostCallFunction(int numOutputs, ndArray** outputs, int numInputs, const ndA
 
 HostFunction* hostFindFunction(const std::u16string& name) {
     checkHostThread("hostFindFunction");
-    return lookup(zvhost::detail::toUtf8(name)).get();
+    const std::string utf8 = zvhost::detail::toUtf8(name);
+    if (auto fn = lookup(utf8)) return fn.get();
+    return zvhost::detail::languageFunction(utf8);
 }
 
 HostDiagnostic hostFunctionCall(int numOutputs, ndArray** outputs, int numInputs,

@@ -139,6 +139,14 @@ using HostCallable = std::function<void(int numOutputs, ndArray** outputs, int n
 ZV_HOST_API void registerFunction(const std::string& name, HostCallable fn);
 ZV_HOST_API void unregisterFunction(const std::string& name);
 ZV_HOST_API bool isRegistered(const std::string& name);
+// The host's own "pdist" and "pdist2" (rows as observations, metric names)
+// call the library's gateways, found by C++ name through the resolver; a
+// registered function of the same name takes precedence. BuiltinsLibrary
+// installs one on load; programs that link the library's objects install
+// their own. `owner` lets an installer remove only what it installed.
+using GatewayResolver = std::function<Gateway(std::string_view qualifiedName)>;
+ZV_HOST_API void setGatewayResolver(GatewayResolver resolver, const void* owner = nullptr);
+ZV_HOST_API void releaseGatewayResolver(const void* owner);
 // Names of the calls made through hostCallFunction, in order, since reset.
 ZV_HOST_API std::vector<std::string> callLog();
 ZV_HOST_API void resetCallLog();

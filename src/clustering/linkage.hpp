@@ -1,0 +1,51 @@
+// Agglomerative linkage: the methods, the problem handed from the gateway to
+// the engines, and the engines themselves.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace zv::clustering {
+
+enum class LinkageMethod { Single, Complete, Average, Weighted, Centroid, Median, Ward };
+
+// The method selected by a two-letter code, or false for an unknown code.
+bool linkageMethodFromCode(const char* code, LinkageMethod& method);
+
+// Methods that work on squared distances report square-root heights.
+constexpr bool worksOnSquares(LinkageMethod m) {
+    return m == LinkageMethod::Centroid || m == LinkageMethod::Median || m == LinkageMethod::Ward;
+}
+// Methods whose update needs the cluster sizes.
+constexpr bool keepsSizes(LinkageMethod m) {
+    return m == LinkageMethod::Average || m == LinkageMethod::Centroid || m == LinkageMethod::Ward;
+}
+
+// The merge table Z, (n-1)-by-3 column-major: labels (1-based, smaller first)
+// in the first two columns, the height in the third.
+template <class T>
+struct MergeTable {
+    T* z;
+    size_t n;
+    void write(size_t k, uint64_t a, uint64_t b, T height) const {
+        const size_t rows = n - 1;
+        z[k] = T(a < b ? a : b) + T(1);
+        z[k + rows] = T(a < b ? b : a) + T(1);
+        z[k + 2 * rows] = height;
+    }
+};
+
+// Linkage on a private condensed copy y of n(n-1)/2 values, updated in place
+// (squared distances for the methods that work on squares). `labels` holds
+// n entries, `sizes` n entries or null where the method keeps none.
+template <class T>
+void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, uint64_t* sizes,
+                      const MergeTable<T>& out);
+
+// Memory-saving linkage for centroid, median and ward on a private p-by-n
+// copy x of the data, one observation per column, overwritten by centroids.
+template <class T>
+void linkageVector(LinkageMethod method, T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
+                   const MergeTable<T>& out);
+
+}  // namespace zv::clustering

@@ -1,0 +1,241 @@
+// Linkage on a condensed distance matrix: the nearest-neighbour list for
+// single, centroid and median, the nearest-neighbour chain for complete,
+// average, weighted and ward.
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <vector>
+#include <algorithm>
+
+#include "clustering/linkage.hpp"
+#include "clustering/linkage_updates.hpp"
+#include "frame/host_scratch.hpp"
+
+namespace zv::clustering {
+
+bool linkageMethodFromCode(const char* code, LinkageMethod& method) {
+    static constexpr const char* codes[] = {"si", "co", "av", "we", "ce", "me", "wa"};
+    for (int m = 0; m < 7; ++m)
+        if (std::strcmp(code, codes[m]) == 0) {
+            method = LinkageMethod(m);
+            return true;
+        }
+    return false;
+}
+
+namespace {
+
+template <class T>
+T heightOf(LinkageMethod method, T value) {
+    return worksOnSquares(method) ? std::sqrt(value) : value;
+}
+
+template <class Body>
+void parallelOverSlots(size_t begin, size_t end, const Body& body) {
+    if (begin >= end) return;
+    tbb::parallel_for(tbb::blocked_range<size_t>(begin, end, 1),
+                      [&](const tbb::blocked_range<size_t>& r) {
+                          for (size_t i = r.begin(); i != r.end(); ++i) body(i);
+                      },
+                      tbb::auto_partitioner());
+}
+
+// Every slot's nearest neighbour, exactly as a scan of each slot over all
+// others in ascending order would find it, but from one pass over the
+// triangle in storage order: the row walks are contiguous where a scan per
+// slot would walk every column. The rows are cut into a fixed number of
+// blocks, independent of the thread count; each block keeps, for every
+// slot, the best of its own rows, and the blocks are combined in ascending
+// order with the scan's rule (a later equal value wins), which gives the
+// scan's result.
+template <class T>
+void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
+    constexpr size_t kBlocks = 16;
+    const uint64_t none = noSlot(n);
+    const size_t blocks = std::min(kBlocks, n);
+    const std::vector<size_t> start = rowBlocks(n, blocks);
+    HostScratch<T> columnBest(blocks * n);
+    HostScratch<uint64_t> columnAt(blocks * n);
+    HostScratch<T> rowBest(n);
+    HostScratch<uint64_t> rowAt(n);
+    const T inf = std::numeric_limits<T>::infinity();
+    parallelOverSlots(0, blocks, [&](size_t b) {
+        T* cBest = columnBest.get() + b * n;
+        uint64_t* cAt = columnAt.get() + b * n;
+        std::fill(cBest, cBest + n, inf);
+        std::fill(cAt, cAt + n, none);
+        for (size_t i = start[b]; i < start[b + 1]; ++i) {
+            const T* row = y + condensedRowStart(i, n);
+            T best = inf;
+            uint64_t at = none;
+            for (size_t s = i + 1; s < n; ++s) {
+                const T v = row[s - i - 1];
+                if (best >= v) best = v, at = s;
+                if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+            }
+            rowBest[i] = best;
+            rowAt[i] = at;
+        }
+    });
+    parallelOverSlots(0, n, [&](size_t r) {
+        T best = inf;
+        uint64_t at = none;
+        for (size_t b = 0; b < blocks && start[b] < r; ++b)
+            if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
+        if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
+        nnidx[r] = at;
+        nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+    });
+}
+
+template <class T, LinkageMethod M>
+void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    HostScratch<uint64_t> nnIndex(n);
+    HostScratch<T> nnDist(n);
+    uint64_t* nnidx = nnIndex.get();
+    T* nndist = nnDist.get();
+    const uint64_t none = noSlot(n);
+
+    initialNeighbours(y, n, nnidx, nndist);
+
+    for (size_t k = 0; k + 1 < n; ++k) {
+        T x = std::numeric_limits<T>::infinity();
+        size_t i = n;
+        for (size_t s = k; s < n; ++s)
+            if (x >= nndist[s]) {
+                x = nndist[s];
+                i = s;
+            }
+        if (i == n) return joinRemaining(k, n, labels, out);
+
+        const size_t j = size_t(nnidx[i]);
+        const size_t lo = i < j ? i : j, hi = i < j ? j : i;
+        uint64_t na, nb;
+        recordMerge(k, lo, hi, heightOf(M, x), n, labels, sizes, out, na, nb);
+
+        nnidx[hi] = none;
+        mergeSlots<true>(y, n, k, lo, hi, MergeUpdate<T, M>(x, na, nb, sizes), nnidx[hi], nndist[hi]);
+        nnidx[lo] = nnidx[k];
+        nndist[lo] = nndist[k];
+
+        if constexpr (M == LinkageMethod::Single) {
+            // A merged distance never undercuts the neighbours' own: relabel only.
+            for (size_t r = k + 1; r < n; ++r) {
+                if (nnidx[r] == lo) nnidx[r] = hi;
+                else if (nnidx[r] == k) nnidx[r] = lo;
+            }
+        } else {
+            // Only the slots whose neighbour was merged search again.
+            parallelOverSlots(k + 1, n, [&](size_t r) {
+                if (nnidx[r] == lo || nnidx[r] == hi) {
+                    nearestOf(y, n, r, k + 1, nnidx[r], nndist[r]);
+                    return;
+                }
+                if (r != hi) {
+                    const T d = r < hi ? y[condensedIndex(r, hi, n)] : y[condensedIndex(hi, r, n)];
+                    if (nndist[r] > d) {
+                        nndist[r] = d;
+                        nnidx[r] = hi;
+                    }
+                }
+                if (nnidx[r] == k) nnidx[r] = lo;
+            });
+        }
+    }
+}
+
+template <class T, LinkageMethod M>
+void nearestNeighbourChain(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    const size_t capacity = 2 * n;
+    HostScratch<uint64_t> chainSlots(capacity);
+    HostScratch<T> chainDist(capacity);
+    uint64_t* S = chainSlots.get();
+    T* D = chainDist.get();
+    const uint64_t none = noSlot(n);
+    for (size_t i = 0; i < capacity; ++i) S[i] = none;
+    S[0] = 0;
+    ptrdiff_t L = 0;
+
+    for (size_t k = 0; k + 1 < n; ++k) {
+        for (;;) {
+            const size_t c = size_t(S[L]);
+            uint64_t next;
+            nearestOf(y, n, c, k, next, D[L]);
+            if (next == none) next = c <= k ? k + 1 : k;
+            S[L + 1] = next;
+            if (L >= 1 && next == S[L - 1]) break;
+            // Ties and NaNs can, in odd patterns, keep a chain growing; at the
+            // end of its storage the top pair merges as if reciprocal.
+            if (size_t(L) + 2 >= capacity) break;
+            ++L;
+        }
+        const T x = D[L];
+        const size_t a = size_t(S[L]), b = size_t(S[L + 1]);
+        const size_t lo = a < b ? a : b, hi = a < b ? b : a;
+        uint64_t na, nb;
+        recordMerge(k, lo, hi, heightOf(M, x), n, labels, sizes, out, na, nb);
+        uint64_t unusedIndex;
+        T unusedValue;
+        mergeSlots<false>(y, n, k, lo, hi, MergeUpdate<T, M>(x, na, nb, sizes), unusedIndex, unusedValue);
+
+        const ptrdiff_t length = L + 1;
+        if (length < 3) {
+            S[0] = k + 1;
+            L = 0;
+        } else if (length == 3) {
+            L = 0;
+        } else {
+            L -= 2;
+            ptrdiff_t found = -1;
+            for (ptrdiff_t i = L;; --i) {
+                if (S[i] == lo || S[i] == hi) found = i;
+                if (i == 0 || D[i] > D[i + 1]) break;
+            }
+            if (found == 0) {
+                S[0] = k + 1;
+                L = 0;
+            } else if (found > 0) {
+                L = found - 1;
+            }
+        }
+        // Slot k is gone; its cluster now lives in lo.
+        if (lo != k)
+            for (ptrdiff_t i = 0; i <= L; ++i)
+                if (S[i] == k) S[i] = lo;
+    }
+}
+
+template <class T, LinkageMethod M>
+void runCondensed(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    if constexpr (M == LinkageMethod::Single || M == LinkageMethod::Centroid || M == LinkageMethod::Median)
+        nearestNeighbourList<T, M>(y, n, labels, sizes, out);
+    else
+        nearestNeighbourChain<T, M>(y, n, labels, sizes, out);
+}
+
+}  // namespace
+
+template <class T>
+void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, uint64_t* sizes,
+                      const MergeTable<T>& out) {
+    if (n < 2) return;
+    switch (method) {
+    case LinkageMethod::Single: return runCondensed<T, LinkageMethod::Single>(y, n, labels, sizes, out);
+    case LinkageMethod::Complete: return runCondensed<T, LinkageMethod::Complete>(y, n, labels, sizes, out);
+    case LinkageMethod::Average: return runCondensed<T, LinkageMethod::Average>(y, n, labels, sizes, out);
+    case LinkageMethod::Weighted: return runCondensed<T, LinkageMethod::Weighted>(y, n, labels, sizes, out);
+    case LinkageMethod::Centroid: return runCondensed<T, LinkageMethod::Centroid>(y, n, labels, sizes, out);
+    case LinkageMethod::Median: return runCondensed<T, LinkageMethod::Median>(y, n, labels, sizes, out);
+    case LinkageMethod::Ward: return runCondensed<T, LinkageMethod::Ward>(y, n, labels, sizes, out);
+    }
+}
+
+template void linkageCondensed<double>(LinkageMethod, double*, size_t, uint64_t*, uint64_t*,
+                                       const MergeTable<double>&);
+template void linkageCondensed<float>(LinkageMethod, float*, size_t, uint64_t*, uint64_t*,
+                                      const MergeTable<float>&);
+
+}  // namespace zv::clustering

@@ -1,0 +1,324 @@
+// Memory-saving linkage on the observations themselves: centroid and median
+// by the nearest-neighbour list, ward by the nearest-neighbour chain, with
+// cluster representatives (centroids) kept in place of the merged columns.
+// Serial but for long distance sweeps and the repeated searches of the
+// list's repair, which run in parallel, each writing only its own values.
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "clustering/linkage.hpp"
+#include "clustering/linkage_updates.hpp"
+#include "frame/host_scratch.hpp"
+
+namespace zv::clustering {
+
+namespace {
+
+// Squared Euclidean distance of two columns, summed in ascending coordinate
+// order; symmetric to the bit, which the halved first search relies on.
+template <class T>
+inline T squaredDistance(const T* u, const T* v, size_t p) {
+    T sum = 0;
+    for (size_t t = 0; t < p; ++t) {
+        const T diff = u[t] - v[t];
+        sum += diff * diff;
+    }
+    return sum;
+}
+
+template <class T>
+struct Columns {
+    T* x;
+    size_t p;
+    T* operator[](size_t j) const { return x + j * p; }
+    T distance(size_t a, size_t b) const { return squaredDistance((*this)[a], (*this)[b], p); }
+    // out[s - from] = distance(c, s) for s = from .. to-1, four columns at a
+    // time: each sum still runs in ascending coordinate order, so every value
+    // is the one distance() gives, but four sums advance side by side.
+    void distancesFrom(size_t c, size_t from, size_t to, T* out) const {
+        const T* u = (*this)[c];
+        size_t s = from;
+        for (; s + 4 <= to; s += 4) {
+            const T *v0 = (*this)[s], *v1 = v0 + p, *v2 = v1 + p, *v3 = v2 + p;
+            T a0 = 0, a1 = 0, a2 = 0, a3 = 0;
+            for (size_t t = 0; t < p; ++t) {
+                const T d0 = u[t] - v0[t], d1 = u[t] - v1[t], d2 = u[t] - v2[t], d3 = u[t] - v3[t];
+                a0 += d0 * d0;
+                a1 += d1 * d1;
+                a2 += d2 * d2;
+                a3 += d3 * d3;
+            }
+            out[s - from] = a0, out[s - from + 1] = a1, out[s - from + 2] = a2, out[s - from + 3] = a3;
+        }
+        for (; s < to; ++s) out[s - from] = distance(c, s);
+    }
+    void copy(size_t from, size_t to) const {
+        for (size_t t = 0; t < p; ++t) (*this)[to][t] = (*this)[from][t];
+    }
+};
+
+// Column hi becomes the representative of the merge of lo (size na) and hi
+// (size nb).
+template <class T, LinkageMethod M>
+void mergeColumns(const Columns<T>& cols, size_t lo, size_t hi, uint64_t na, uint64_t nb) {
+    T* a = cols[lo];
+    T* b = cols[hi];
+    if constexpr (M == LinkageMethod::Median) {
+        for (size_t t = 0; t < cols.p; ++t) b[t] = (b[t] + a[t]) * T(0.5);
+    } else {
+        const T wa = T(na), wb = T(nb), total = T(na + nb);
+        for (size_t t = 0; t < cols.p; ++t) b[t] = (b[t] * wb + a[t] * wa) / total;
+    }
+}
+
+template <class T>
+void storeNearest(const Nearest<T>& nearest, uint64_t none, uint64_t& index, T& value) {
+    index = nearest.at;
+    value = nearest.at == none ? std::numeric_limits<T>::quiet_NaN() : nearest.best;
+}
+
+// Columns::distancesFrom split into fixed pieces run in parallel when the
+// range is long enough to pay for it; the values do not depend on the split.
+template <class T>
+void distancesInParallel(const Columns<T>& cols, size_t c, size_t from, size_t to, T* out) {
+    constexpr size_t kPiece = 1024;
+    if (to - from < 2 * kPiece) return cols.distancesFrom(c, from, to, out);
+    const size_t pieces = (to - from + kPiece - 1) / kPiece;
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, pieces, 1),
+                      [&](const tbb::blocked_range<size_t>& range) {
+                          for (size_t q = range.begin(); q != range.end(); ++q) {
+                              const size_t s0 = from + q * kPiece, s1 = std::min(to, s0 + kPiece);
+                              cols.distancesFrom(c, s0, s1, out + (s0 - from));
+                          }
+                      },
+                      tbb::auto_partitioner());
+}
+
+// Every slot's nearest neighbour as a scan of each slot over all others in
+// ascending order finds it, with each pair's distance computed once: rows of
+// the triangle fall into a fixed number of blocks, independent of the thread
+// count, each keeping the best of its rows for every slot; the blocks then
+// combine in ascending order by the scan's rule (a later equal value wins).
+template <class T>
+void firstNeighbours(const Columns<T>& cols, size_t n, uint64_t* nnidx, T* nndist) {
+    constexpr size_t kBlocks = 16, kPiece = 64;
+    const uint64_t none = noSlot(n);
+    const size_t blocks = std::min(kBlocks, n);
+    const std::vector<size_t> start = rowBlocks(n, blocks);
+    const T inf = std::numeric_limits<T>::infinity();
+    HostScratch<T> columnBest(blocks * n), rowBest(n);
+    HostScratch<uint64_t> columnAt(blocks * n), rowAt(n);
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, blocks, 1), [&](const tbb::blocked_range<size_t>& range) {
+        T piece[kPiece];
+        for (size_t b = range.begin(); b != range.end(); ++b) {
+            T* cBest = columnBest.get() + b * n;
+            uint64_t* cAt = columnAt.get() + b * n;
+            std::fill(cBest, cBest + n, inf);
+            std::fill(cAt, cAt + n, none);
+            for (size_t i = start[b]; i < start[b + 1]; ++i) {
+                T best = inf;
+                uint64_t at = none;
+                for (size_t s0 = i + 1; s0 < n; s0 += kPiece) {
+                    const size_t s1 = std::min(n, s0 + kPiece);
+                    cols.distancesFrom(i, s0, s1, piece);
+                    for (size_t s = s0; s < s1; ++s) {
+                        const T v = piece[s - s0];
+                        if (best >= v) best = v, at = s;
+                        if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+                    }
+                }
+                rowBest[i] = best;
+                rowAt[i] = at;
+            }
+        }
+    }, tbb::auto_partitioner());
+    for (size_t r = 0; r < n; ++r) {
+        T best = inf;
+        uint64_t at = none;
+        for (size_t b = 0; b < blocks && start[b] < r; ++b)
+            if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
+        if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
+        nnidx[r] = at;
+        nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+    }
+}
+
+template <class T, LinkageMethod M>
+void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    HostScratch<uint64_t> nnIndex(n);
+    HostScratch<T> nnDist(n);
+    uint64_t* nnidx = nnIndex.get();
+    T* nndist = nnDist.get();
+    const uint64_t none = noSlot(n);
+
+    firstNeighbours(cols, n, nnidx, nndist);
+    HostScratch<T> fromHi(n);
+
+    // A fresh search of slot r over from .. n-1; safe on any thread: it
+    // writes only nnidx[r] and nndist[r], and its distances go through a
+    // small block on the stack.
+    auto search = [&](size_t r, size_t from) {
+        constexpr size_t kBlock = 64;
+        T block[kBlock];
+        Nearest<T> nearest(none);
+        for (size_t s0 = from; s0 < n; s0 += kBlock) {
+            const size_t s1 = std::min(n, s0 + kBlock);
+            cols.distancesFrom(r, s0, s1, block);
+            for (size_t s = s0; s < s1; ++s)
+                if (s != r) nearest.offer(s, block[s - s0]);
+        }
+        storeNearest(nearest, none, nnidx[r], nndist[r]);
+    };
+    HostScratch<size_t> rescan(n);
+
+    for (size_t k = 0; k + 1 < n; ++k) {
+        T x = std::numeric_limits<T>::infinity();
+        size_t i = n;
+        for (size_t s = k; s < n; ++s)
+            if (x >= nndist[s]) {
+                x = nndist[s];
+                i = s;
+            }
+        if (i == n) return joinRemaining(k, n, labels, out);
+        const size_t j = size_t(nnidx[i]);
+        const size_t lo = i < j ? i : j, hi = i < j ? j : i;
+        uint64_t na, nb;
+        recordMerge(k, lo, hi, std::sqrt(x), n, labels, sizes, out, na, nb);
+        mergeColumns<T, M>(cols, lo, hi, na, nb);
+
+        // d(hi, s) once: the repair below needs the same values.
+        Nearest<T> nearest(none);
+        distancesInParallel(cols, hi, k, n, fromHi.get());
+        for (size_t s = k; s < n; ++s)
+            if (s != lo && s != hi) nearest.offer(s, fromHi[s - k]);
+        storeNearest(nearest, none, nnidx[hi], nndist[hi]);
+        if (lo != k) cols.copy(k, lo);
+        nnidx[lo] = nnidx[k];
+        nndist[lo] = nndist[k];
+
+        // The slots whose neighbour was merged search again, the others
+        // only compare with hi; the searches are independent of each other.
+        size_t rescans = 0;
+        for (size_t r = k + 1; r < n; ++r) {
+            if (nnidx[r] == lo || nnidx[r] == hi) {
+                rescan[rescans++] = r;
+                continue;
+            }
+            // hi is never its own neighbour.
+            if (r != hi) {
+                // Slot lo now holds the cluster that was in slot k.
+                const T d = fromHi[(r == lo ? k : r) - k];
+                if (nndist[r] > d) {
+                    nndist[r] = d;
+                    nnidx[r] = hi;
+                    continue;
+                }
+            }
+            if (nnidx[r] == k) nnidx[r] = lo;
+        }
+        if (rescans < 2) {
+            if (rescans) search(rescan[0], k + 1);
+        } else {
+            tbb::parallel_for(tbb::blocked_range<size_t>(0, rescans, 1),
+                              [&](const tbb::blocked_range<size_t>& range) {
+                                  for (size_t q = range.begin(); q != range.end(); ++q) search(rescan[q], k + 1);
+                              },
+                              tbb::auto_partitioner());
+        }
+    }
+}
+
+template <class T>
+void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
+    constexpr size_t kChainSlack = 10;
+    const size_t capacity = n + kChainSlack;
+    HostScratch<uint64_t> chainSlots(capacity);
+    uint64_t* S = chainSlots.get();
+    const uint64_t none = noSlot(n);
+    for (size_t i = 0; i < capacity; ++i) S[i] = none;
+
+    // The nearest slot to c among k .. n-1 by the ward dissimilarity.
+    HostScratch<T> fromTop(n);
+    auto nearestTo = [&](size_t c, size_t k, T& value) -> uint64_t {
+        Nearest<T> nearest(none);
+        const T nc = T(sizes[c]);
+        cols.distancesFrom(c, k, n, fromTop.get());
+        for (size_t s = k; s < n; ++s) {
+            if (s == c) continue;
+            const T ns = T(sizes[s]);
+            nearest.offer(s, fromTop[s - k] / (nc + ns) * ns * nc);
+        }
+        if (nearest.at == none) {
+            value = std::numeric_limits<T>::quiet_NaN();
+            return c <= k ? k + 1 : k;
+        }
+        value = nearest.best;
+        return nearest.at;
+    };
+    auto restart = [&](size_t k) {
+        T unused;
+        S[0] = k;
+        S[1] = nearestTo(k, k, unused);
+        return ptrdiff_t(1);
+    };
+
+    ptrdiff_t L = restart(0);
+    for (size_t k = 0; k + 1 < n; ++k) {
+        T x;
+        for (;;) {
+            const uint64_t next = nearestTo(size_t(S[L]), k, x);
+            if (next == S[L - 1]) break;
+            // As in the condensed chain: at the end of the storage the top
+            // pair merges as if reciprocal.
+            if (size_t(L) + 2 >= capacity) {
+                S[L - 1] = next;
+                break;
+            }
+            S[++L] = next;
+        }
+        const size_t a = size_t(S[L]), b = size_t(S[L - 1]);
+        const size_t lo = a < b ? a : b, hi = a < b ? b : a;
+        S[L - 1] = S[L] = S[L + 1] = none;
+        uint64_t na, nb;
+        recordMerge(k, lo, hi, std::sqrt(T(2) * x), n, labels, sizes, out, na, nb);
+        mergeColumns<T, LinkageMethod::Ward>(cols, lo, hi, na, nb);
+        if (lo != k) cols.copy(k, lo);
+
+        if (k + 2 >= n) break;
+        if (L + 1 > 3) {
+            L -= 2;
+            if (lo != k)
+                for (ptrdiff_t i = 0; i <= L; ++i)
+                    if (S[i] == k) S[i] = lo;
+        } else {
+            L = restart(k + 1);
+        }
+    }
+}
+
+}  // namespace
+
+template <class T>
+void linkageVector(LinkageMethod method, T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
+                   const MergeTable<T>& out) {
+    if (n < 2) return;
+    const Columns<T> cols{x, p};
+    switch (method) {
+    case LinkageMethod::Centroid: return centroidList<T, LinkageMethod::Centroid>(cols, n, labels, sizes, out);
+    case LinkageMethod::Median: return centroidList<T, LinkageMethod::Median>(cols, n, labels, sizes, out);
+    case LinkageMethod::Ward: return wardChain(cols, n, labels, sizes, out);
+    default: return;
+    }
+}
+
+template void linkageVector<double>(LinkageMethod, double*, size_t, size_t, uint64_t*, uint64_t*,
+                                    const MergeTable<double>&);
+template void linkageVector<float>(LinkageMethod, float*, size_t, size_t, uint64_t*, uint64_t*,
+                                   const MergeTable<float>&);
+
+}  // namespace zv::clustering

@@ -1,0 +1,4 @@
+target_sources(zvstats_objects PRIVATE
+  ${CMAKE_CURRENT_SOURCE_DIR}/clustering/linkage_condensed.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/clustering/linkage_vector.cpp
+  ${CMAKE_CURRENT_SOURCE_DIR}/clustering/linkage_gateway.cpp)
