@@ -128,14 +128,7 @@ std::vector<T> expand(const Expansion<T>& e, size_t* columns = nullptr) {
     return zvhost::valuesOf<T>(out[0].get());
 }
 
-template <class T>
-void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
-        ASSERT_EQ(a[i], b[i]) << "at " << i;
-    }
-}
+using zvtest::expectBitEqual;
 
 // Cosines and sines lie in [-1, 1]: a few ulp of 1 bound the vector
 // library's differences from libm.

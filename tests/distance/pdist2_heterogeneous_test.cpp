@@ -105,14 +105,7 @@ std::vector<T> heterogeneous(const std::string& code, const Observations<T>& X, 
     return heterogeneous(code, X, Y, ca.get());
 }
 
-template <class T>
-void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
-        ASSERT_EQ(a[i], b[i]) << "at " << i;
-    }
-}
+using zvtest::expectBitEqual;
 
 const char* const kMeasures[] = {"lin", "goo", "ofd"};
 

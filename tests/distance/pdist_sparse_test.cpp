@@ -130,13 +130,7 @@ struct RowByRow {
     }
 };
 
-void expectBitEqual(const std::vector<double>& a, const std::vector<double>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
-        ASSERT_EQ(a[i], b[i]) << "at " << i;
-    }
-}
+using zvtest::expectBitEqual;
 
 void expectClose(const std::vector<double>& a, const std::vector<double>& b, double relative) {
     ASSERT_EQ(a.size(), b.size());

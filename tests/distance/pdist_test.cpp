@@ -48,14 +48,7 @@ std::vector<T> randomData(size_t count, unsigned seed) {
     return x;
 }
 
-template <class T>
-void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
-        ASSERT_EQ(a[i], b[i]) << "at " << i;
-    }
-}
+using zvtest::expectBitEqual;
 
 TEST(Pdist, HandComputedPairUnderEveryMetric) {
     // u = (1, 0, 2, 5), v = (3, 0, 0, 5)

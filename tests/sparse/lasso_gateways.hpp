@@ -47,14 +47,7 @@ std::vector<T> normals(size_t count, unsigned seed, double scale = 1.0) {
     return v;
 }
 
-template <class T>
-void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
-        ASSERT_EQ(a[i], b[i]) << "at " << i;
-    }
-}
+using zvtest::expectBitEqual;
 
 template <class T>
 void expectNear(const std::vector<T>& a, const std::vector<T>& b, double relative) {

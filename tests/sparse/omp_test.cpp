@@ -80,13 +80,7 @@ Problem sparseProblem(size_t rows, size_t atoms, size_t responses, size_t nonzer
     return p;
 }
 
-void expectBitEqual(const std::vector<double>& a, const std::vector<double>& b) {
-    ASSERT_EQ(a.size(), b.size());
-    for (size_t i = 0; i < a.size(); ++i) {
-        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
-        ASSERT_EQ(a[i], b[i]) << "at " << i;
-    }
-}
+using zvtest::expectBitEqual;
 
 TEST(Omp, OrthonormalDictionaryTakesAtomsByMagnitude) {
     for (Gateway f : kBoth) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "frame/message_ids.hpp"
 #include "zvhost/arrays.hpp"
@@ -46,6 +47,16 @@ public:
 private:
     zvhost::Usage before_;
 };
+
+// Equal bit for bit, or NaN at the same places.
+template <class T>
+void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
+    ASSERT_EQ(a.size(), b.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (std::isnan(a[i]) && std::isnan(b[i])) continue;
+        ASSERT_EQ(a[i], b[i]) << "at " << i;
+    }
+}
 
 // Runs f with TBB limited to `threads` workers.
 template <class F>
