@@ -5,10 +5,12 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <limits>
 #include <memory>
 
 #include "clustering/dbscan.hpp"
 #include "distance/condensed.hpp"
+#include "distance/panel_columns.hpp"
 #include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 #include "host/callback.hpp"
@@ -86,6 +88,36 @@ private:
         }
         for (size_t j = j0; j < count; ++j)
             if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+    }
+};
+
+// The distance query of the nested route over panels of the data built once:
+// the same neighbours as DistanceNeighbors over the nested call's column, but
+// the test is made on the values before the root, inside the kernel, so that
+// no column is stored and no root taken.
+template <class T>
+struct PanelDistanceNeighbors {
+    const distance::PanelColumns<T>& columns;
+    T valueBound;   // a value passes when at most this
+    T kernelBound;  // the kernel's "below" test for the same
+    const std::shared_ptr<InterruptStateData>& interrupt;
+
+    PanelDistanceNeighbors(const distance::PanelColumns<T>& c, T epsilon,
+                           const std::shared_ptr<InterruptStateData>& interrupt)
+        : columns(c), valueBound(c.valueBound(epsilon)),
+          kernelBound(distance::PanelColumns<T>::kernelBound(valueBound)), interrupt(interrupt) {}
+
+    void operator()(size_t i, NeighborList& out) const {
+        InterruptState::ThrowIfInterruptPending(interrupt);
+        if (valueBound != -std::numeric_limits<T>::infinity()) {
+            columns.values(i, i + 1, [&](size_t, size_t i0, size_t, const T* v, uint32_t hits) {
+                for (; hits; hits &= hits - 1) {
+                    const size_t k = size_t(__builtin_ctz(hits));
+                    if (v[k] <= valueBound && i0 + k != i) out.push_back(i0 + k);
+                }
+            }, &kernelBound);
+        }
+        out.push_back(i);
     }
 };
 

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -99,6 +100,66 @@ void silhouettepdist2fun(size_t n, const Distances& distances, const ClusterMemb
                     for (size_t k = 0; k < K; ++k)
                         addClusterMean(members, k, counts[k], own[r], d, within[r], between[k * n + r]);
                 });
+        },
+        tbb::auto_partitioner());
+}
+
+// silhouettepdist2fun with the points taken kPointTile at a time, one lane
+// of a vector per point: columns(r0, r1, d) writes the distance from point r
+// to point j at d[j * kPointTile + (r - r0)]. Every lane runs the sums of
+// addClusterMean in the same order, so each point gets the same bits.
+constexpr size_t kPointTile = 16;
+
+template <class T>
+class TileClusterMeans {
+public:
+    typedef T Lanes __attribute__((vector_size(kPointTile * sizeof(T))));
+
+    // The tile of `lanes` points whose own clusters start at own; within and
+    // between point at the entries of the tile's first point.
+    static void add(const ClusterMembers& members, size_t K, const T* counts, const double* own, size_t lanes,
+                    const T* d, T* within, T* between, size_t n) {
+        for (size_t k = 0; k < K; ++k) {
+            const T count = counts[k];
+            const T ownDenom = count - T(1) >= T(1) ? count - T(1) : T(1);
+            bool isOwn[kPointTile];
+            Lanes denom;
+            for (size_t c = 0; c < kPointTile; ++c) {
+                isOwn[c] = c < lanes && double(k + 1) == own[c];
+                denom[c] = isOwn[c] ? ownDenom : count;
+            }
+            Lanes sum{};
+            members.forEachMember(k, [&](size_t j) {
+                Lanes dj;
+                std::memcpy(&dj, d + j * kPointTile, sizeof(Lanes));
+                sum += dj / denom;
+            });
+            for (size_t c = 0; c < lanes; ++c) {
+                if (isOwn[c]) {
+                    within[c] += sum[c];
+                    between[k * n + c] = std::numeric_limits<T>::infinity();
+                } else {
+                    between[k * n + c] += sum[c];
+                }
+            }
+        }
+    }
+};
+
+template <class T, class Columns>
+void silhouetteByTiles(size_t n, const Columns& columns, const ClusterMembers& members, const T* counts, size_t K,
+                       const double* own, T* within, T* between) {
+    if (n == 0) return;
+    tbb::parallel_for(
+        tbb::blocked_range<size_t>(0, n, 1),
+        [&](const tbb::blocked_range<size_t>& range) {
+            // Lanes past the last point stay zero: they are summed but never stored.
+            std::vector<T> d(kPointTile * n, T(0));
+            for (size_t r0 = range.begin(); r0 < range.end(); r0 += kPointTile) {
+                const size_t r1 = std::min(range.end(), r0 + kPointTile);
+                columns(r0, r1, d.data());
+                TileClusterMeans<T>::add(members, K, counts, own + r0, r1 - r0, d.data(), within + r0, between + r0, n);
+            }
         },
         tbb::auto_partitioner());
 }

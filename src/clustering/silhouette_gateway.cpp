@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "clustering/silhouette.hpp"
+#include "distance/panel_columns.hpp"
 #include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 
@@ -64,14 +65,31 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
     outputs[1] = ndCreateNumericMatrix(n, K, zv::classOf<T>(), ndREAL);
     const std::shared_ptr<InterruptStateData> interrupt = hostGetInterruptStateData();
     const zv::clustering::ClusterMembers members(maskOf(inputs[1], n), K);
+    T* within = zv::dataOf<T>(outputs[0]);
+    T* between = zv::dataOf<T>(outputs[1]);
+    // The metrics with a panel kernel take panels of the data built once.
+    if (const auto panelMetric = zv::distance::panelMetricOf(inputs[5], nullptr); panelMetric && p > 0) {
+        const zv::distance::PanelColumns<T> panels(zv::dataOf<const T>(data), n, p, *panelMetric);
+        constexpr size_t tile = zv::clustering::kPointTile;
+        // Polled once per panel of a tile, about as often as the nested call polls.
+        auto columns = [&](size_t r0, size_t r1, T* out) {
+            panels.values(r0, r1, [&](size_t r, size_t i0, size_t count, const T* v, uint32_t) {
+                if (r == r0) InterruptState::ThrowIfInterruptPending(interrupt);
+                T run[zv::distance::ObservationPanels<T>::kLanes];
+                panels.finish(v, count, run);
+                for (size_t k = 0; k < count; ++k) out[(i0 + k) * tile + (r - r0)] = run[k];
+            });
+        };
+        zv::clustering::silhouetteByTiles(n, columns, members, counts.data(), K, own.data(), within, between);
+        return;
+    }
     const zv::distance::Pdist2Column column(data, p, inputs[5], nullptr, interrupt);
     // The full mode gives n values of the class of the data for every point.
     auto distances = [&](size_t r, auto&& use) {
         const matrix::unique_nd_ptr d = column(r);
         use(zv::dataOf<const T>(d.get()));
     };
-    zv::clustering::silhouettepdist2fun(n, distances, members, counts.data(), K, own.data(),
-                                        zv::dataOf<T>(outputs[0]), zv::dataOf<T>(outputs[1]));
+    zv::clustering::silhouettepdist2fun(n, distances, members, counts.data(), K, own.data(), within, between);
 }
 
 }  // namespace
