@@ -80,3 +80,26 @@ def test_one_point_form_equals_the_row_of_the_data_form():
         assert w.shape == (1, 1) and b.shape == (1, K)
         assert w[0, 0] == within[r]
         assert np.array_equal(b[0], between[r])
+
+
+# The data form computes several points' distances at once; each point's
+# means are still those of the one-point form on its column of distances,
+# bit for bit, for every metric, both classes and a count of points that
+# leaves a partial tile.
+@pytest.mark.parametrize("code", ["euclidean", "sqeuclidean", "cityblock", "chebychev"])
+@pytest.mark.parametrize("dtype", [np.float64, np.float32])
+@pytest.mark.parametrize("n", [1, 37, 203])
+def test_every_row_of_the_data_form_equals_the_one_point_form(code, dtype, n):
+    x, member, K = data_set(n, 5, 4)
+    if n > 1:
+        member[0] = K  # an own cluster outside 1 .. K
+    x = x.astype(dtype)
+    within, between, counts = means(x, member, K, code, dtype)
+    mask = member[:, None] == np.arange(K)[None, :]
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), code,
+                        None, None, None, None)
+    for r in range(n):
+        w, b = zvstats.call("silhouette", 2, d[:, r:r + 1].copy(), mask, counts, float(K), float(member[r] + 1))
+        assert w.dtype == dtype
+        np.testing.assert_array_equal(w[0, 0], within[r])
+        np.testing.assert_array_equal(b[0], between[r])
