@@ -107,17 +107,28 @@ struct PanelDistanceNeighbors {
         : columns(c), valueBound(c.valueBound(epsilon)),
           kernelBound(distance::PanelColumns<T>::kernelBound(valueBound)), interrupt(interrupt) {}
 
-    void operator()(size_t i, NeighborList& out) const {
-        InterruptState::ThrowIfInterruptPending(interrupt);
-        if (valueBound != -std::numeric_limits<T>::infinity()) {
-            columns.values(i, i + 1, [&](size_t, size_t i0, size_t, const T* v, uint32_t hits) {
-                for (; hits; hits &= hits - 1) {
-                    const size_t k = size_t(__builtin_ctz(hits));
-                    if (v[k] <= valueBound && i0 + k != i) out.push_back(i0 + k);
-                }
-            }, &kernelBound);
+    void operator()(size_t i, NeighborList& out) const { batch(&i, 1, &out); }
+
+    // The queries of several points at once, each panel of the data read once
+    // for all of them: lists[c] gets the neighbours of points[c].
+    void batch(const size_t* points, size_t count, NeighborList* lists) const {
+        constexpr size_t most = distance::PanelColumns<T>::kMaxPoints;
+        T kernelBounds[most];
+        std::fill_n(kernelBounds, most, kernelBound);
+        for (size_t c0 = 0; c0 < count; c0 += most) {
+            const size_t m = std::min(most, count - c0);
+            for (size_t c = 0; c < m; ++c) InterruptState::ThrowIfInterruptPending(interrupt);
+            if (valueBound != -std::numeric_limits<T>::infinity()) {
+                columns.valuesOf(points + c0, m, kernelBounds, [&](size_t c, size_t i0, const T* v, uint32_t hits) {
+                    const size_t i = points[c0 + c];
+                    for (; hits; hits &= hits - 1) {
+                        const size_t k = size_t(__builtin_ctz(hits));
+                        if (v[k] <= valueBound && i0 + k != i) lists[c0 + c].push_back(i0 + k);
+                    }
+                });
+            }
+            for (size_t c = 0; c < m; ++c) lists[c0 + c].push_back(points[c0 + c]);
         }
-        out.push_back(i);
     }
 };
 
