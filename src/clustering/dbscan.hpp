@@ -7,8 +7,6 @@
 #include <tbb/parallel_reduce.h>
 #include <tbb/partitioner.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstddef>
 #include <vector>
@@ -60,18 +58,6 @@ struct DensityQuery {
         query(i, list);
         if (marks.hasCore() && dense(list)) marks.markCore(i);
     }
-    // Several points at once, where the query can share work between them.
-    void batch(const size_t* points, size_t count, NeighborList* lists) const {
-        if constexpr (requires { query.batch(points, count, lists); }) {
-            for (size_t c = 0; c < count; ++c) lists[c].clear();
-            query.batch(points, count, lists);
-            if (marks.hasCore())
-                for (size_t c = 0; c < count; ++c)
-                    if (dense(lists[c])) marks.markCore(points[c]);
-        } else {
-            for (size_t c = 0; c < count; ++c) (*this)(points[c], lists[c]);
-        }
-    }
     // minpts counts the point itself, which every list holds.
     bool dense(const NeighborList& list) const { return T(list.size()) >= minpts; }
 };
@@ -86,20 +72,15 @@ public:
     TBBNeighborFinder(TBBNeighborFinder& other, tbb::split)
         : seeds_(other.seeds_), density_(other.density_), clusterId_(other.clusterId_) {}
 
-    // The frontier points are queried kBatch at a time: the order in which
-    // their neighbours are then walked changes only the order of next.
     void operator()(const tbb::blocked_range<size_t>& range) {
         const DbscanMarks& marks = density_.marks;
-        for (size_t s = range.begin(); s < range.end(); s += kBatch) {
-            const size_t count = std::min(kBatch, range.end() - s);
-            density_.batch(seeds_.data() + s, count, neighbors_.data());
-            for (size_t c = 0; c < count; ++c) {
-                if (!density_.dense(neighbors_[c])) continue;
-                for (size_t r : neighbors_[c]) {
-                    // A former noise point joins as a border point and is not expanded.
-                    if (marks.label(r) == kNoise) marks.setLabel(r, clusterId_);
-                    else if (marks.claim(r, clusterId_)) next.push_back(r);
-                }
+        for (size_t s = range.begin(); s != range.end(); ++s) {
+            density_(seeds_[s], neighbors_);
+            if (!density_.dense(neighbors_)) continue;
+            for (size_t r : neighbors_) {
+                // A former noise point joins as a border point and is not expanded.
+                if (marks.label(r) == kNoise) marks.setLabel(r, clusterId_);
+                else if (marks.claim(r, clusterId_)) next.push_back(r);
             }
         }
     }
@@ -111,8 +92,7 @@ private:
     const NeighborList& seeds_;
     const DensityQuery<T, Query>& density_;
     double clusterId_;
-    static constexpr size_t kBatch = 32;
-    std::array<NeighborList, kBatch> neighbors_;
+    NeighborList neighbors_;
 };
 
 template <class T, class Query>

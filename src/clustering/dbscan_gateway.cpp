@@ -4,6 +4,7 @@
 
 #include "clustering/dbscan.hpp"
 #include "clustering/dbscan_neighbors.hpp"
+#include "distance/panel_columns.hpp"
 #include "frame/gateway.hpp"
 
 namespace {
@@ -55,8 +56,7 @@ void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
         using Source = zv::clustering::HostPdist2Rows;
         run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, n, p, metric), epsilon, n});
     } else if (const auto panelMetric = panelRouteMetric<T>(data, n, p, metric, parameter)) {
-        const zv::distance::PanelColumns<T> columns(zv::dataOf<const T>(data), n, p, *panelMetric);
-        run(zv::clustering::PanelDistanceNeighbors<T>(columns, epsilon, interrupt));
+        run(zv::clustering::PanelDistanceNeighbors<T>(zv::dataOf<const T>(data), n, p, *panelMetric, epsilon, interrupt));
     } else {
         using Source = zv::distance::Pdist2Column;
         run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, p, metric, parameter, interrupt), epsilon, n});

@@ -4,13 +4,14 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <limits>
 #include <memory>
 
 #include "clustering/dbscan.hpp"
 #include "distance/condensed.hpp"
-#include "distance/panel_columns.hpp"
+#include "distance/ordered_panels.hpp"
 #include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 #include "host/callback.hpp"
@@ -91,45 +92,52 @@ private:
     }
 };
 
-// The distance query of the nested route over panels of the data built once:
-// the same neighbours as DistanceNeighbors over the nested call's column, but
-// the test is made on the values before the root, inside the kernel, so that
-// no column is stored and no root taken.
+// The distance query of the nested route over panels of the data built once,
+// in a spatial order: the same neighbours as DistanceNeighbors over the
+// nested call's column, but the panels whose box lies beyond epsilon are
+// skipped, and the test is made on the values before the root, inside the
+// kernel, so that no column is stored and no root taken.
 template <class T>
-struct PanelDistanceNeighbors {
-    const distance::PanelColumns<T>& columns;
-    T valueBound;   // a value passes when at most this
-    T kernelBound;  // the kernel's "below" test for the same
-    const std::shared_ptr<InterruptStateData>& interrupt;
-
-    PanelDistanceNeighbors(const distance::PanelColumns<T>& c, T epsilon,
+class PanelDistanceNeighbors {
+public:
+    PanelDistanceNeighbors(const T* x, size_t n, size_t p, distance::PairMetric metric, T epsilon,
                            const std::shared_ptr<InterruptStateData>& interrupt)
-        : columns(c), valueBound(c.valueBound(epsilon)),
-          kernelBound(distance::PanelColumns<T>::kernelBound(valueBound)), interrupt(interrupt) {}
+        : x_(x), p_(p), metric_(metric), panels_(x, n, p), valueBound_(distance::radiusValueBound(metric, epsilon)),
+          kernelBound_(distance::kernelBelowBound(valueBound_)), interrupt_(interrupt) {}
 
-    void operator()(size_t i, NeighborList& out) const { batch(&i, 1, &out); }
-
-    // The queries of several points at once, each panel of the data read once
-    // for all of them: lists[c] gets the neighbours of points[c].
-    void batch(const size_t* points, size_t count, NeighborList* lists) const {
-        constexpr size_t most = distance::PanelColumns<T>::kMaxPoints;
-        T kernelBounds[most];
-        std::fill_n(kernelBounds, most, kernelBound);
-        for (size_t c0 = 0; c0 < count; c0 += most) {
-            const size_t m = std::min(most, count - c0);
-            for (size_t c = 0; c < m; ++c) InterruptState::ThrowIfInterruptPending(interrupt);
-            if (valueBound != -std::numeric_limits<T>::infinity()) {
-                columns.valuesOf(points + c0, m, kernelBounds, [&](size_t c, size_t i0, const T* v, uint32_t hits) {
-                    const size_t i = points[c0 + c];
-                    for (; hits; hits &= hits - 1) {
-                        const size_t k = size_t(__builtin_ctz(hits));
-                        if (v[k] <= valueBound && i0 + k != i) lists[c0 + c].push_back(i0 + k);
-                    }
-                });
+    void operator()(size_t i, NeighborList& out) const {
+        InterruptState::ThrowIfInterruptPending(interrupt_);
+        const size_t first = out.size();
+        if (valueBound_ != -std::numeric_limits<T>::infinity()) {
+            constexpr size_t L = distance::OrderedPanels<T>::kLanes;
+            const T* u = x_ + i * p_;
+            alignas(64) T values[L];
+            uint32_t hits = 0;
+            for (size_t b = 0; b < panels_.numPanels(); ++b) {
+                if (panels_.leastValue(u, b, metric_) > valueBound_) continue;
+                distance::computeCrossBlock(distance::CrossBlock<T>{metric_, &u, 1, panels_.panel(b), p_, nullptr,
+                                                                    values, &kernelBound_, T(1), &hits});
+                const size_t lanes = panels_.lanes(b);
+                hits &= lanes == 32 ? ~uint32_t(0) : (uint32_t(1) << lanes) - 1;
+                for (; hits; hits &= hits - 1) {
+                    const size_t l = size_t(__builtin_ctz(hits));
+                    const size_t j = panels_.pointAt(b, l);
+                    if (values[l] <= valueBound_ && j != i) out.push_back(j);
+                }
             }
-            for (size_t c = 0; c < m; ++c) lists[c0 + c].push_back(points[c0 + c]);
         }
+        std::sort(out.begin() + first, out.end());
+        out.push_back(i);
     }
+
+private:
+    const T* x_;
+    size_t p_;
+    distance::PairMetric metric_;
+    distance::OrderedPanels<T> panels_;
+    T valueBound_;   // a value passes when at most this
+    T kernelBound_;  // the kernel's "below" test for the same
+    const std::shared_ptr<InterruptStateData>& interrupt_;
 };
 
 // The host's "pdist2" on the data (n-by-p, a point is a row) and row i:
