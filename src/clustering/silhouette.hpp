@@ -47,6 +47,8 @@ public:
     void forEachMember(size_t k, F&& f) const {
         for (size_t m = start_[k]; m < start_[k + 1]; ++m) f(index_[m]);
     }
+    const size_t* begin(size_t k) const { return index_.data() + start_[k]; }
+    const size_t* end(size_t k) const { return index_.data() + start_[k + 1]; }
 
 private:
     std::vector<size_t> start_;
@@ -113,33 +115,60 @@ constexpr size_t kPointTile = 16;
 template <class T>
 class TileClusterMeans {
 public:
-    typedef T Lanes __attribute__((vector_size(kPointTile * sizeof(T))));
+    typedef T Vec __attribute__((vector_size(32)));
+    static constexpr size_t kPerVec = 32 / sizeof(T), kVecs = kPointTile / kPerVec;
 
     // The tile of `lanes` points whose own clusters start at own; within and
-    // between point at the entries of the tile's first point.
+    // between point at the entries of the tile's first point. The divisions
+    // dominate: they go by the widest vectors the processor has.
     static void add(const ClusterMembers& members, size_t K, const T* counts, const double* own, size_t lanes,
                     const T* d, T* within, T* between, size_t n) {
+        if (__builtin_cpu_supports("avx2")) addAvx2(members, K, counts, own, lanes, d, within, between, n);
+        else addBody(members, K, counts, own, lanes, d, within, between, n);
+    }
+
+private:
+    [[gnu::target("avx2")]] static void addAvx2(const ClusterMembers& members, size_t K, const T* counts,
+                                                const double* own, size_t lanes, const T* d, T* within, T* between,
+                                                size_t n) {
+        addBody(members, K, counts, own, lanes, d, within, between, n);
+    }
+
+    [[gnu::always_inline]] static inline void addBody(const ClusterMembers& members, size_t K, const T* counts,
+                                                      const double* own, size_t lanes, const T* d, T* within,
+                                                      T* between, size_t n) {
         for (size_t k = 0; k < K; ++k) {
             const T count = counts[k];
             const T ownDenom = count - T(1) >= T(1) ? count - T(1) : T(1);
             bool isOwn[kPointTile];
-            Lanes denom;
+            alignas(32) T denomOf[kPointTile];
             for (size_t c = 0; c < kPointTile; ++c) {
                 isOwn[c] = c < lanes && double(k + 1) == own[c];
-                denom[c] = isOwn[c] ? ownDenom : count;
+                denomOf[c] = isOwn[c] ? ownDenom : count;
             }
-            Lanes sum{};
-            members.forEachMember(k, [&](size_t j) {
-                Lanes dj;
-                std::memcpy(&dj, d + j * kPointTile, sizeof(Lanes));
-                sum += dj / denom;
-            });
+            Vec denom[kVecs], sum[kVecs];
+#pragma GCC unroll 8
+            for (size_t v = 0; v < kVecs; ++v) {
+                std::memcpy(&denom[v], denomOf + v * kPerVec, sizeof(Vec));
+                sum[v] = Vec{};
+            }
+            for (const size_t* j = members.begin(k); j != members.end(k); ++j) {
+                const T* dj = d + *j * kPointTile;
+#pragma GCC unroll 8
+                for (size_t v = 0; v < kVecs; ++v) {
+                    Vec x;
+                    std::memcpy(&x, dj + v * kPerVec, sizeof(Vec));
+                    sum[v] += x / denom[v];
+                }
+            }
+            alignas(32) T sums[kPointTile];
+            std::memcpy(sums, sum, sizeof(sums));
             for (size_t c = 0; c < lanes; ++c) {
                 if (isOwn[c]) {
-                    within[c] += sum[c];
+                    within[c] += sums[c];
                     between[k * n + c] = std::numeric_limits<T>::infinity();
                 } else {
-                    between[k * n + c] += sum[c];
+                    between[k * n + c] += sums[c];
                 }
             }
         }

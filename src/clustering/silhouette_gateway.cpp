@@ -70,15 +70,21 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
     // The metrics with a panel kernel take panels of the data built once.
     if (const auto panelMetric = zv::distance::panelMetricOf(inputs[5], nullptr); panelMetric && p > 0) {
         const zv::distance::PanelColumns<T> panels(zv::dataOf<const T>(data), n, p, *panelMetric);
-        constexpr size_t tile = zv::clustering::kPointTile;
-        // Polled once per panel of a tile, about as often as the nested call polls.
+        // A block of the tile's values against one panel, transposed, gives
+        // the rows of its lanes. Polled once per block, about as often as the
+        // nested call polls.
+        constexpr size_t tile = zv::clustering::kPointTile, L = zv::distance::PanelColumns<T>::kLanes;
+        static_assert(tile <= zv::distance::PanelColumns<T>::kMaxPoints);
         auto columns = [&](size_t r0, size_t r1, T* out) {
-            panels.values(r0, r1, [&](size_t r, size_t i0, size_t count, const T* v, uint32_t) {
-                if (r == r0) InterruptState::ThrowIfInterruptPending(interrupt);
-                T run[zv::distance::ObservationPanels<T>::kLanes];
-                panels.finish(v, count, run);
-                for (size_t k = 0; k < count; ++k) out[(i0 + k) * tile + (r - r0)] = run[k];
-            });
+            alignas(64) T block[tile * L];
+            for (size_t b = 0; b < panels.numPanels(); ++b) {
+                InterruptState::ThrowIfInterruptPending(interrupt);
+                panels.block(r0, r1 - r0, b, block);
+                panels.finish(block, (r1 - r0) * L, block);
+                const size_t lanes = std::min(L, n - b * L);
+                for (size_t l = 0; l < lanes; ++l)
+                    for (size_t c = 0; c < r1 - r0; ++c) out[(b * L + l) * tile + c] = block[c * L + l];
+            }
         };
         zv::clustering::silhouetteByTiles(n, columns, members, counts.data(), K, own.data(), within, between);
         return;

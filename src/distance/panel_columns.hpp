@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <optional>
 
-#include "distance/cross_distance.hpp"
 #include "distance/pair_kernels.hpp"
 #include "frame/gateway.hpp"
 
@@ -30,34 +29,34 @@ inline std::optional<PairMetric> panelMetricOf(const ndArray* code, const ndArra
 template <class T>
 class PanelColumns {
 public:
+    static constexpr size_t kLanes = ObservationPanels<T>::kLanes;
+    static constexpr size_t kMaxPoints = 32;
+
     // x: p-by-n, a point is a column; p >= 1.
     PanelColumns(const T* x, size_t n, size_t p, PairMetric metric)
-        : panels_(ObservationPanels<T>::build(x, n, p)), walker_{&panels_, metric, x, p, nullptr}, n_(n),
-          metric_(metric) {}
-    // The walker points into the panels.
-    PanelColumns(const PanelColumns&) = delete;
-    PanelColumns& operator=(const PanelColumns&) = delete;
+        : x_(x), p_(p), panels_(ObservationPanels<T>::build(x, n, p)), metric_(metric) {}
 
-    size_t size() const { return n_; }
+    size_t numPanels() const { return panels_.numPanels; }
 
-    // Calls g(j, i0, count, values, hits) for the values (before the root)
-    // of the pairs (point j, point i0 + k), j in [jb, je), in runs ascending
-    // in i; with bounds, as PanelWalker::blocks filters them.
-    template <class G>
-    void values(size_t jb, size_t je, G&& g, const T* bounds = nullptr) const {
-        walker_.blocks(jb, je, 0, n_, g, bounds, T(1));
+    // The values (before the root) of points first .. first + count - 1
+    // (count <= kMaxPoints) against the points of panel b, into
+    // out[c * kLanes + lane].
+    void block(size_t first, size_t count, size_t b, T* out) const {
+        const T* observations[kMaxPoints];
+        for (size_t c = 0; c < count; ++c) observations[c] = x_ + (first + c) * p_;
+        computeCrossBlock(CrossBlock<T>{metric_, observations, count, panels_.panel(b, p_), p_, nullptr, out});
     }
 
-    // A run of values made into distances.
+    // Values made into distances, in place or not.
     void finish(const T* v, size_t count, T* out) const {
         if (metric_ == PairMetric::Euclidean) computeRoots(v, count, out);
-        else std::copy(v, v + count, out);
+        else if (out != v) std::copy(v, v + count, out);
     }
 
 private:
+    const T* x_;
+    size_t p_;
     ObservationPanels<T> panels_;
-    PanelWalker<T> walker_;
-    size_t n_;
     PairMetric metric_;
 };
 

@@ -74,29 +74,27 @@ TYPED_TEST(PanelSearch, KernelBoundIsStrictlyAboveTheValueBound) {
     EXPECT_EQ(zv::distance::kernelBelowBound(std::numeric_limits<T>::max()), inf);
 }
 
-// The values of a run, finished, are the distances of the points; runs
-// cover every point once, in ascending order.
-TYPED_TEST(PanelSearch, RunsCoverEveryPointInOrder) {
+// The blocks of panel columns, finished, are the distances of the points.
+TYPED_TEST(PanelSearch, BlocksFinishedAreTheDistances) {
     using T = TypeParam;
     const size_t n = 37, p = 3;
+    constexpr size_t L = PanelColumns<T>::kLanes;
     std::vector<T> x(n * p);
     for (size_t k = 0; k < x.size(); ++k) x[k] = T(int(k * 7 % 11) - 5);
     const PanelColumns<T> euclidean(x.data(), n, p, PairMetric::Euclidean);
-    for (size_t j = 0; j < n; j += 5) {
-        std::vector<T> d(n, T(-1));
-        size_t next = 0;
-        euclidean.values(j, j + 1, [&](size_t jj, size_t i0, size_t count, const T* v, uint32_t) {
-            EXPECT_EQ(jj, j);
-            EXPECT_EQ(i0, next);
-            euclidean.finish(v, count, d.data() + i0);
-            next = i0 + count;
-        });
-        EXPECT_EQ(next, n);
-        for (size_t i = 0; i < n; ++i) {
-            T s = 0;
-            for (size_t k = 0; k < p; ++k) s += (x[j * p + k] - x[i * p + k]) * (x[j * p + k] - x[i * p + k]);
-            EXPECT_EQ(d[i], std::sqrt(s)) << j << " " << i;
-        }
+    ASSERT_EQ(euclidean.numPanels(), (n + L - 1) / L);
+    const size_t first = 3, count = 5;
+    std::vector<T> block(count * L);
+    for (size_t b = 0; b < euclidean.numPanels(); ++b) {
+        euclidean.block(first, count, b, block.data());
+        euclidean.finish(block.data(), block.size(), block.data());
+        for (size_t c = 0; c < count; ++c)
+            for (size_t l = 0; l < L && b * L + l < n; ++l) {
+                const size_t i = b * L + l, j = first + c;
+                T s = 0;
+                for (size_t k = 0; k < p; ++k) s += (x[j * p + k] - x[i * p + k]) * (x[j * p + k] - x[i * p + k]);
+                EXPECT_EQ(block[c * L + l], std::sqrt(s)) << j << " " << i;
+            }
     }
 }
 
