@@ -103,3 +103,22 @@ def test_every_row_of_the_data_form_equals_the_one_point_form(code, dtype, n):
         assert w.dtype == dtype
         np.testing.assert_array_equal(w[0, 0], within[r])
         np.testing.assert_array_equal(b[0], between[r])
+
+
+# A mask need not be a partition: a point in several clusters or in none, and
+# counts that are not the mask's, still give each row the one-point form's bits.
+@pytest.mark.parametrize("dtype", [np.float64, np.float32])
+def test_data_form_with_an_overlapping_mask_equals_the_one_point_form(dtype):
+    n, K = 75, 4
+    x = rng.standard_normal((n, 3)).astype(dtype)
+    mask = rng.random((n, K)) < 0.4
+    counts = np.array([0.0, 1.0, 7.0, 30.0], dtype=dtype)
+    own = rng.integers(0, K + 2, n).astype(np.float64)  # 0 and K + 1 are outside 1 .. K
+    within, between = zvstats.call("silhouette", 2, np.ascontiguousarray(x.T), mask, counts, float(K), own,
+                                   "euclidean")
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), "euclidean",
+                        None, None, None, None)
+    for r in range(n):
+        w, b = zvstats.call("silhouette", 2, d[:, r:r + 1].copy(), mask, counts, float(K), own[r])
+        np.testing.assert_array_equal(w[0, 0], within[r, 0])
+        np.testing.assert_array_equal(b[0], between[r])

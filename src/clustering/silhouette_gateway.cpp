@@ -64,31 +64,27 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
     outputs[0] = ndCreateNumericMatrix(n, 1, zv::classOf<T>(), ndREAL);
     outputs[1] = ndCreateNumericMatrix(n, K, zv::classOf<T>(), ndREAL);
     const std::shared_ptr<InterruptStateData> interrupt = hostGetInterruptStateData();
-    const zv::clustering::ClusterMembers members(maskOf(inputs[1], n), K);
     T* within = zv::dataOf<T>(outputs[0]);
     T* between = zv::dataOf<T>(outputs[1]);
     // The metrics with a panel kernel take panels of the data built once.
     if (const auto panelMetric = zv::distance::panelMetricOf(inputs[5], nullptr); panelMetric && p > 0) {
         const zv::distance::PanelColumns<T> panels(zv::dataOf<const T>(data), n, p, *panelMetric);
-        // A block of the tile's values against one panel, transposed, gives
-        // the rows of its lanes. Polled once per block, about as often as the
-        // nested call polls.
-        constexpr size_t tile = zv::clustering::kPointTile, L = zv::distance::PanelColumns<T>::kLanes;
-        static_assert(tile <= zv::distance::PanelColumns<T>::kMaxPoints);
-        auto columns = [&](size_t r0, size_t r1, T* out) {
-            alignas(64) T block[tile * L];
-            for (size_t b = 0; b < panels.numPanels(); ++b) {
-                InterruptState::ThrowIfInterruptPending(interrupt);
-                panels.block(r0, r1 - r0, b, block);
-                panels.finish(block, (r1 - r0) * L, block);
-                const size_t lanes = std::min(L, n - b * L);
-                for (size_t l = 0; l < lanes; ++l)
-                    for (size_t c = 0; c < r1 - r0; ++c) out[(b * L + l) * tile + c] = block[c * L + l];
-            }
+        // A tile is one panel: the values of points j against it fall in
+        // the rows d[j * L ..] the sums read. The pair's value does not
+        // depend on which point is the panel's. Polled once per block of
+        // rows, about as often as the nested call polls.
+        constexpr size_t L = zv::distance::PanelColumns<T>::kLanes, kRows = 16;
+        auto rows = [&](size_t r0, size_t j0, size_t count, T* d) {
+            InterruptState::ThrowIfInterruptPending(interrupt);
+            panels.block(j0, count, r0 / L, d);
+            panels.finish(d, count * L, d);
         };
-        zv::clustering::silhouetteByTiles(n, columns, members, counts.data(), K, own.data(), within, between);
+        const zv::clustering::PointClusters clusters(maskOf(inputs[1], n), K);
+        zv::clustering::silhouetteByTiles<T, L, kRows>(n, rows, clusters, counts.data(), K, own.data(), within,
+                                                       between);
         return;
     }
+    const zv::clustering::ClusterMembers members(maskOf(inputs[1], n), K);
     const zv::distance::Pdist2Column column(data, p, inputs[5], nullptr, interrupt);
     // The full mode gives n values of the class of the data for every point.
     auto distances = [&](size_t r, auto&& use) {
