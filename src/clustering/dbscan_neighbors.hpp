@@ -113,7 +113,12 @@ public:
             const T* u = x_ + i * p_;
             alignas(64) T values[L];
             uint32_t hits = 0;
+            constexpr size_t G = distance::OrderedPanels<T>::kGroup;
             for (size_t b = 0; b < panels_.numPanels(); ++b) {
+                if (b % G == 0 && panels_.groupLeastValue(u, b / G, metric_) > valueBound_) {
+                    b += G - 1;
+                    continue;
+                }
                 if (panels_.leastValue(u, b, metric_) > valueBound_) continue;
                 distance::computeCrossBlock(distance::CrossBlock<T>{metric_, &u, 1, panels_.panel(b), p_, nullptr,
                                                                     values, &kernelBound_, T(1), &hits});

@@ -42,6 +42,8 @@ template <class T>
 class OrderedPanels {
 public:
     static constexpr size_t kLanes = ObservationPanels<T>::kLanes;
+    // Panels per group: a query tests a group's box before its panels'.
+    static constexpr size_t kGroup = 16;
 
     // x: p-by-n, a point is a column; p >= 1. Data with a NaN keeps the
     // order of its points and boxes that skip nothing.
@@ -65,6 +67,18 @@ public:
                     hi[k] = std::max(hi[k], sorted[m * p + k]);
                 }
         }
+        const size_t groups = (panels_.numPanels + kGroup - 1) / kGroup;
+        groupBoxes_.resize(2 * p * groups);
+        for (size_t g = 0; g < groups; ++g) {
+            T* lo = groupBoxes_.data() + 2 * p * g;
+            T* hi = lo + p;
+            std::copy_n(boxes_.data() + 2 * p * g * kGroup, 2 * p, lo);
+            for (size_t b = g * kGroup + 1; b < std::min(panels_.numPanels, g * kGroup + kGroup); ++b)
+                for (size_t k = 0; k < p; ++k) {
+                    lo[k] = std::min(lo[k], boxes_[2 * p * b + k]);
+                    hi[k] = std::max(hi[k], boxes_[2 * p * b + p + k]);
+                }
+        }
     }
 
     size_t numPanels() const { return panels_.numPanels; }
@@ -78,7 +92,16 @@ public:
     // gaps to the box go through the same roundings, in the same order, as
     // the pair's own differences, and rounding is monotone.
     T leastValue(const T* u, size_t b, PairMetric metric) const {
-        const T* lo = boxes_.data() + 2 * p_ * b;
+        return leastValueInBox(u, boxes_.data() + 2 * p_ * b, metric);
+    }
+    // The same for the panels of group g, kGroup * g ..
+    T groupLeastValue(const T* u, size_t g, PairMetric metric) const {
+        return leastValueInBox(u, groupBoxes_.data() + 2 * p_ * g, metric);
+    }
+    size_t numGroups() const { return groupBoxes_.size() / (2 * p_); }
+
+private:
+    T leastValueInBox(const T* u, const T* lo, PairMetric metric) const {
         const T* hi = lo + p_;
         T s = 0;
         for (size_t k = 0; k < p_; ++k) {
@@ -90,7 +113,6 @@ public:
         return s;
     }
 
-private:
     // Median splits on the widest coordinate, at multiples of the panel
     // width, until a range fits one panel.
     void split(const T* x, size_t begin, size_t end) {
@@ -117,7 +139,8 @@ private:
     size_t n_, p_;
     std::vector<size_t> order_;
     ObservationPanels<T> panels_;
-    std::vector<T> boxes_;  // per panel: p lows, then p highs
+    std::vector<T> boxes_;       // per panel: p lows, then p highs
+    std::vector<T> groupBoxes_;  // the same per group of panels
 };
 
 }  // namespace zv::distance

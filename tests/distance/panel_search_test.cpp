@@ -104,7 +104,7 @@ TYPED_TEST(PanelSearch, BlocksFinishedAreTheDistances) {
 TYPED_TEST(PanelSearch, NoPairFallsBelowItsPanelsLeastValue) {
     using T = TypeParam;
     for (size_t p : {1, 2, 5}) {
-        const size_t n = 300;
+        const size_t n = 700;  // more than one group of panels
         std::mt19937 gen{unsigned(p)};
         std::normal_distribution<double> normal(0.0, 1.0);
         std::vector<T> x(n * p);
@@ -123,6 +123,8 @@ TYPED_TEST(PanelSearch, NoPairFallsBelowItsPanelsLeastValue) {
                     zv::distance::computeCrossBlock(
                         zv::distance::CrossBlock<T>{metric, &u, 1, panels.panel(b), p, nullptr, values});
                     const T least = panels.leastValue(u, b, metric);
+                    const T groupLeast = panels.groupLeastValue(u, b / panels.kGroup, metric);
+                    EXPECT_LE(groupLeast, least);
                     for (size_t l = 0; l < panels.lanes(b); ++l) EXPECT_LE(least, values[l]) << p << " " << i;
                 }
             }
@@ -140,6 +142,7 @@ TYPED_TEST(PanelSearch, DataWithANaNSkipsNoPanel) {
     const T far[2] = {T(1e30), T(-1e30)};
     for (size_t b = 0; b < panels.numPanels(); ++b) {
         EXPECT_EQ(panels.leastValue(far, b, PairMetric::Euclidean), T(0));
+        EXPECT_EQ(panels.groupLeastValue(far, b / panels.kGroup, PairMetric::Euclidean), T(0));
         for (size_t l = 0; l < panels.lanes(b); ++l) EXPECT_EQ(panels.pointAt(b, l), b * panels.kLanes + l);
     }
 }
