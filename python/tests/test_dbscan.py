@@ -174,3 +174,21 @@ def test_data_route_at_extreme_epsilons(epsilon):
     a_labels, a_core = from_adjacency(adjacency, 0, 2)
     assert np.array_equal(labels, a_labels)
     assert np.array_equal(core, a_core)
+
+
+# Enough points for many groups of panels, in two and three dimensions, with
+# duplicates and points far out: every skipped panel held no neighbour.
+@pytest.mark.parametrize("p", [2, 3])
+@pytest.mark.parametrize("code", ["euclidean", "cityblock"])
+def test_data_route_on_many_panels_equals_the_test_on_its_distances(p, code):
+    x = blobs(3000, p)
+    x[::250] *= 40.0
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), code,
+                        None, None, None, None)
+    for epsilon in epsilons_at_distances(np.where(d < 0.5, d, 0), 2, np.float64):
+        adjacency = d <= epsilon
+        np.fill_diagonal(adjacency, False)
+        labels, core = ours(x, epsilon, 5, code)
+        a_labels, a_core = from_adjacency(adjacency, 0, 5)
+        assert np.array_equal(labels, a_labels), epsilon
+        assert np.array_equal(core, a_core), epsilon
