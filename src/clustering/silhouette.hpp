@@ -187,7 +187,8 @@ private:
     [[gnu::always_inline]] inline void addRowsBody(size_t j0, size_t count, const T* d) {
         for (size_t r = 0; r < count; ++r) {
             Vec row[kVecs];
-            std::memcpy(row, d + r * Tile, sizeof(row));
+#pragma GCC unroll 8
+            for (size_t v = 0; v < kVecs; ++v) std::memcpy(&row[v], d + r * Tile + v * kPerVec, sizeof(Vec));
             for (const size_t* k = clusters_.begin(j0 + r); k != clusters_.end(j0 + r); ++k) {
                 Vec* sum = sum_[*k].v;
                 const Vec* denom = denom_[*k].v;
