@@ -122,3 +122,17 @@ def test_data_form_with_an_overlapping_mask_equals_the_one_point_form(dtype):
         w, b = zvstats.call("silhouette", 2, d[:, r:r + 1].copy(), mask, counts, float(K), own[r])
         np.testing.assert_array_equal(w[0, 0], within[r, 0])
         np.testing.assert_array_equal(b[0], between[r])
+
+
+# Sparse or complex data reaches the nested distance call, which refuses it.
+def test_sparse_or_complex_data_is_refused_by_the_distance_call():
+    import scipy.sparse
+
+    x, member, K = data_set(20, 3, 2)
+    mask = member[:, None] == np.arange(K)[None, :]
+    counts = mask.sum(axis=0).astype(np.float64)
+    own = (member + 1).astype(np.float64)
+    for data in (scipy.sparse.csc_matrix(np.ascontiguousarray(x.T)), np.ascontiguousarray(x.T) + 1j):
+        with pytest.raises(Exception) as raised:
+            zvstats.call("silhouette", 2, data, mask, counts, float(K), own, "euclidean")
+        assert "stats:pdist2bif:SparseOrComplexInput" in str(raised.value)

@@ -20,7 +20,8 @@ constexpr double kCondensedAdjacencyMode = 1.0;
 template <class T>
 std::optional<zv::distance::PairMetric> panelRouteMetric(const ndArray* data, size_t n, size_t p,
                                                          const ndArray* metric, const ndArray* parameter) {
-    if (ndGetClassID(data) != zv::classOf<T>() || p == 0 || ndGetM(data) != p || ndGetN(data) != n) return std::nullopt;
+    if (ndGetClassID(data) != zv::classOf<T>() || p == 0 || ndGetM(data) != p || ndGetN(data) != n)
+        return std::nullopt;
     return zv::distance::panelMetricOf(metric, parameter);
 }
 
@@ -56,7 +57,8 @@ void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
         using Source = zv::clustering::HostPdist2Rows;
         run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, n, p, metric), epsilon, n});
     } else if (const auto panelMetric = panelRouteMetric<T>(data, n, p, metric, parameter)) {
-        run(zv::clustering::PanelDistanceNeighbors<T>(zv::dataOf<const T>(data), n, p, *panelMetric, epsilon, interrupt));
+        run(zv::clustering::PanelDistanceNeighbors<T>(zv::dataOf<const T>(data), n, p, *panelMetric, epsilon,
+                                                      interrupt));
     } else {
         using Source = zv::distance::Pdist2Column;
         run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, p, metric, parameter, interrupt), epsilon, n});

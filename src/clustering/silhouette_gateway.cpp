@@ -66,14 +66,17 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
     const std::shared_ptr<InterruptStateData> interrupt = hostGetInterruptStateData();
     T* within = zv::dataOf<T>(outputs[0]);
     T* between = zv::dataOf<T>(outputs[1]);
-    // The metrics with a panel kernel take panels of the data built once.
-    if (const auto panelMetric = zv::distance::panelMetricOf(inputs[5], nullptr); panelMetric && p > 0) {
+    // The metrics with a panel kernel take panels of the data built once;
+    // sparse or complex data goes to the nested call, which refuses it.
+    const bool dense = !ndIsSparse(data) && !ndIsComplex(data);
+    if (const auto panelMetric = zv::distance::panelMetricOf(inputs[5], nullptr); panelMetric && dense && p > 0) {
         const zv::distance::PanelColumns<T> panels(zv::dataOf<const T>(data), n, p, *panelMetric);
         // A tile is one panel: the values of points j against it fall in
         // the rows d[j * L ..] the sums read. The pair's value does not
         // depend on which point is the panel's. Polled once per block of
         // rows, about as often as the nested call polls.
         constexpr size_t L = zv::distance::PanelColumns<T>::kLanes, kRows = 16;
+        static_assert(kRows <= zv::distance::PanelColumns<T>::kMaxPoints);
         auto rows = [&](size_t r0, size_t j0, size_t count, T* d) {
             InterruptState::ThrowIfInterruptPending(interrupt);
             panels.block(j0, count, r0 / L, d);
