@@ -3,6 +3,8 @@
 // appends the neighbours of i in ascending order and then i itself.
 #pragma once
 
+#include <tbb/enumerable_thread_specific.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -102,7 +104,7 @@ class PanelDistanceNeighbors {
 public:
     PanelDistanceNeighbors(const T* x, size_t n, size_t p, distance::PairMetric metric, T epsilon,
                            const std::shared_ptr<InterruptStateData>& interrupt)
-        : x_(x), p_(p), metric_(metric), panels_(x, n, p), valueBound_(distance::radiusValueBound(metric, epsilon)),
+        : x_(x), n_(n), p_(p), metric_(metric), panels_(x, n, p), valueBound_(distance::radiusValueBound(metric, epsilon)),
           kernelBound_(distance::kernelBelowBound(valueBound_)), interrupt_(interrupt) {}
 
     void operator()(size_t i, NeighborList& out) const {
@@ -131,13 +133,36 @@ public:
                 }
             }
         }
-        std::sort(out.begin() + first, out.end());
+        ascending(out, first);
         out.push_back(i);
     }
 
 private:
+    // The panels' order is spatial: the neighbours are put back in ascending
+    // order, by sorting a short list, or through a mark per point when the
+    // list is long enough that reading n marks costs less.
+    void ascending(NeighborList& out, size_t first) const {
+        const size_t count = out.size() - first;
+        if (count < 2) return;
+        if (count * kMarksPerNeighbor < n_) {
+            std::sort(out.begin() + first, out.end());
+            return;
+        }
+        std::vector<unsigned char>& marks = marks_.local();
+        if (marks.size() < n_) marks.assign(n_, 0);
+        for (size_t m = first; m < out.size(); ++m) marks[out[m]] = 1;
+        out.resize(first);
+        for (size_t j = 0; j < n_; ++j)
+            if (marks[j]) {
+                out.push_back(j);
+                marks[j] = 0;
+            }
+    }
+    static constexpr size_t kMarksPerNeighbor = 16;
+    mutable tbb::enumerable_thread_specific<std::vector<unsigned char>> marks_;  // all 0 between queries
+
     const T* x_;
-    size_t p_;
+    size_t n_, p_;
     distance::PairMetric metric_;
     distance::OrderedPanels<T> panels_;
     T valueBound_;   // a value passes when at most this
