@@ -104,7 +104,8 @@ class PanelDistanceNeighbors {
 public:
     PanelDistanceNeighbors(const T* x, size_t n, size_t p, distance::PairMetric metric, T epsilon,
                            const std::shared_ptr<InterruptStateData>& interrupt)
-        : x_(x), n_(n), p_(p), metric_(metric), panels_(x, n, p), valueBound_(distance::radiusValueBound(metric, epsilon)),
+        : x_(x), n_(n), p_(p), metric_(metric), panels_(x, n, p),
+          valueBound_(distance::radiusValueBound(metric, epsilon)),
           kernelBound_(distance::kernelBelowBound(valueBound_)), interrupt_(interrupt) {}
 
     void operator()(size_t i, NeighborList& out) const {
