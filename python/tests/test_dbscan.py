@@ -131,3 +131,64 @@ def test_one_column_cross_distances_equal_cdist(code, metric, p, dtype):
             assert np.array_equal(d, ref)
         else:
             np.testing.assert_allclose(d, ref, rtol=1e-5, atol=1e-6)
+
+
+def epsilons_at_distances(d, count, dtype):
+    """Distances that occur in d, and the values one ulp either side of them."""
+    values = np.unique(d[np.isfinite(d) & (d > 0)])
+    picked = values[np.linspace(0, len(values) - 1, count).astype(int)].astype(dtype)
+    return [e for v in picked for e in (np.nextafter(v, dtype(-np.inf)), v, np.nextafter(v, dtype(np.inf)))]
+
+
+# The raw-data route tests epsilon on the values before the root; its result
+# must be the test "distance <= epsilon" on the nested call's own distances,
+# bit for bit, also exactly at epsilon and one ulp away.
+@pytest.mark.parametrize("code", ["euclidean", "sqeuclidean", "cityblock"])
+@pytest.mark.parametrize("dtype", [np.float64, np.float32])
+@pytest.mark.parametrize("data", ["gaussian", "grid", "nan"])
+def test_data_route_equals_the_test_on_its_distances(code, dtype, data):
+    x = {"gaussian": GAUSSIAN[:203], "grid": GRID[:203], "nan": GAUSSIAN[:203].copy()}[data].astype(dtype)
+    if data == "nan":
+        x[[3, 50, 51], 1] = np.nan
+    if data == "grid" and code == "euclidean":
+        x = x * dtype(0.1)  # roots that round
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), code,
+                        None, None, None, None)
+    for epsilon in epsilons_at_distances(d, 5, dtype):
+        adjacency = d <= epsilon
+        np.fill_diagonal(adjacency, False)
+        for minpts in (1, 3, 6):
+            labels, core = ours(x, epsilon, minpts, code)
+            a_labels, a_core = from_adjacency(adjacency, 0, minpts)
+            assert np.array_equal(labels, a_labels), (epsilon, minpts)
+            assert np.array_equal(core, a_core), (epsilon, minpts)
+
+
+@pytest.mark.parametrize("epsilon", [0.0, -0.0, -1.0, np.inf, np.nan, 1e300])
+def test_data_route_at_extreme_epsilons(epsilon):
+    x = np.vstack([GAUSSIAN[:40], [[1e200, 0.0], [np.nan, 0.0]]])
+    d = cdist(x, x)
+    adjacency = d <= epsilon
+    np.fill_diagonal(adjacency, False)
+    labels, core = ours(x, epsilon, 2)
+    a_labels, a_core = from_adjacency(adjacency, 0, 2)
+    assert np.array_equal(labels, a_labels)
+    assert np.array_equal(core, a_core)
+
+
+# Enough points for many groups of panels, in two and three dimensions, with
+# duplicates and points far out: every skipped panel held no neighbour.
+@pytest.mark.parametrize("p", [2, 3])
+@pytest.mark.parametrize("code", ["euclidean", "cityblock"])
+def test_data_route_on_many_panels_equals_the_test_on_its_distances(p, code):
+    x = blobs(3000, p)
+    x[::250] *= 40.0
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), code,
+                        None, None, None, None)
+    for epsilon in epsilons_at_distances(np.where(d < 0.5, d, 0), 2, np.float64):
+        adjacency = d <= epsilon
+        np.fill_diagonal(adjacency, False)
+        labels, core = ours(x, epsilon, 5, code)
+        a_labels, a_core = from_adjacency(adjacency, 0, 5)
+        assert np.array_equal(labels, a_labels), epsilon
+        assert np.array_equal(core, a_core), epsilon

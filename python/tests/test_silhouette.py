@@ -80,3 +80,59 @@ def test_one_point_form_equals_the_row_of_the_data_form():
         assert w.shape == (1, 1) and b.shape == (1, K)
         assert w[0, 0] == within[r]
         assert np.array_equal(b[0], between[r])
+
+
+# The data form computes several points' distances at once; each point's
+# means are still those of the one-point form on its column of distances,
+# bit for bit, for every metric, both classes and a count of points that
+# leaves a partial tile.
+@pytest.mark.parametrize("code", ["euclidean", "sqeuclidean", "cityblock", "chebychev"])
+@pytest.mark.parametrize("dtype", [np.float64, np.float32])
+@pytest.mark.parametrize("n", [1, 37, 203])
+def test_every_row_of_the_data_form_equals_the_one_point_form(code, dtype, n):
+    x, member, K = data_set(n, 5, 4)
+    if n > 1:
+        member[0] = K  # an own cluster outside 1 .. K
+    x = x.astype(dtype)
+    within, between, counts = means(x, member, K, code, dtype)
+    mask = member[:, None] == np.arange(K)[None, :]
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), code,
+                        None, None, None, None)
+    for r in range(n):
+        w, b = zvstats.call("silhouette", 2, d[:, r:r + 1].copy(), mask, counts, float(K), float(member[r] + 1))
+        assert w.dtype == dtype
+        np.testing.assert_array_equal(w[0, 0], within[r])
+        np.testing.assert_array_equal(b[0], between[r])
+
+
+# A mask need not be a partition: a point in several clusters or in none, and
+# counts that are not the mask's, still give each row the one-point form's bits.
+@pytest.mark.parametrize("dtype", [np.float64, np.float32])
+def test_data_form_with_an_overlapping_mask_equals_the_one_point_form(dtype):
+    n, K = 75, 4
+    x = rng.standard_normal((n, 3)).astype(dtype)
+    mask = rng.random((n, K)) < 0.4
+    counts = np.array([0.0, 1.0, 7.0, 30.0], dtype=dtype)
+    own = rng.integers(0, K + 2, n).astype(np.float64)  # 0 and K + 1 are outside 1 .. K
+    within, between = zvstats.call("silhouette", 2, np.ascontiguousarray(x.T), mask, counts, float(K), own,
+                                   "euclidean")
+    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), "euclidean",
+                        None, None, None, None)
+    for r in range(n):
+        w, b = zvstats.call("silhouette", 2, d[:, r:r + 1].copy(), mask, counts, float(K), own[r])
+        np.testing.assert_array_equal(w[0, 0], within[r, 0])
+        np.testing.assert_array_equal(b[0], between[r])
+
+
+# Sparse or complex data reaches the nested distance call, which refuses it.
+def test_sparse_or_complex_data_is_refused_by_the_distance_call():
+    import scipy.sparse
+
+    x, member, K = data_set(20, 3, 2)
+    mask = member[:, None] == np.arange(K)[None, :]
+    counts = mask.sum(axis=0).astype(np.float64)
+    own = (member + 1).astype(np.float64)
+    for data in (scipy.sparse.csc_matrix(np.ascontiguousarray(x.T)), np.ascontiguousarray(x.T) + 1j):
+        with pytest.raises(Exception) as raised:
+            zvstats.call("silhouette", 2, data, mask, counts, float(K), own, "euclidean")
+        assert "stats:pdist2bif:SparseOrComplexInput" in str(raised.value)

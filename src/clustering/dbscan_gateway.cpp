@@ -1,7 +1,10 @@
 // dbscan: density-based cluster labels (and core flags) from an adjacency
 // matrix, a condensed adjacency vector, or data with a distance per query.
+#include <optional>
+
 #include "clustering/dbscan.hpp"
 #include "clustering/dbscan_neighbors.hpp"
+#include "distance/panel_columns.hpp"
 #include "frame/gateway.hpp"
 
 namespace {
@@ -10,6 +13,17 @@ namespace ids = stats::dbscan;
 
 constexpr double kAdjacencyMatrixMode = 0.0;
 constexpr double kCondensedAdjacencyMode = 1.0;
+
+// The nested route takes panels of the data built once when the nested call
+// would find the same values by them: data of class T holding exactly the n
+// points of p >= 1 coordinates, and a metric with a panel kernel.
+template <class T>
+std::optional<zv::distance::PairMetric> panelRouteMetric(const ndArray* data, size_t n, size_t p,
+                                                         const ndArray* metric, const ndArray* parameter) {
+    if (ndGetClassID(data) != zv::classOf<T>() || p == 0 || ndGetM(data) != p || ndGetN(data) != n)
+        return std::nullopt;
+    return zv::distance::panelMetricOf(metric, parameter);
+}
 
 template <class T>
 void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
@@ -42,6 +56,9 @@ void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
     } else if (hostRoute) {
         using Source = zv::clustering::HostPdist2Rows;
         run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, n, p, metric), epsilon, n});
+    } else if (const auto panelMetric = panelRouteMetric<T>(data, n, p, metric, parameter)) {
+        run(zv::clustering::PanelDistanceNeighbors<T>(zv::dataOf<const T>(data), n, p, *panelMetric, epsilon,
+                                                      interrupt));
     } else {
         using Source = zv::distance::Pdist2Column;
         run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, p, metric, parameter, interrupt), epsilon, n});

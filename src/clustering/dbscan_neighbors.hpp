@@ -3,12 +3,17 @@
 // appends the neighbours of i in ascending order and then i itself.
 #pragma once
 
+#include <tbb/enumerable_thread_specific.h>
+
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
+#include <limits>
 #include <memory>
 
 #include "clustering/dbscan.hpp"
 #include "distance/condensed.hpp"
+#include "distance/ordered_panels.hpp"
 #include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 #include "host/callback.hpp"
@@ -87,6 +92,83 @@ private:
         for (size_t j = j0; j < count; ++j)
             if (T(d[j]) <= epsilon && j != i) out.push_back(j);
     }
+};
+
+// The distance query of the nested route over panels of the data built once,
+// in a spatial order: the same neighbours as DistanceNeighbors over the
+// nested call's column, but the panels whose box lies beyond epsilon are
+// skipped, and the test is made on the values before the root, inside the
+// kernel, so that no column is stored and no root taken.
+template <class T>
+class PanelDistanceNeighbors {
+public:
+    PanelDistanceNeighbors(const T* x, size_t n, size_t p, distance::PairMetric metric, T epsilon,
+                           const std::shared_ptr<InterruptStateData>& interrupt)
+        : x_(x), n_(n), p_(p), metric_(metric), panels_(x, n, p),
+          valueBound_(distance::radiusValueBound(metric, epsilon)),
+          kernelBound_(distance::kernelBelowBound(valueBound_)), interrupt_(interrupt) {}
+
+    void operator()(size_t i, NeighborList& out) const {
+        InterruptState::ThrowIfInterruptPending(interrupt_);
+        const size_t first = out.size();
+        if (valueBound_ != -std::numeric_limits<T>::infinity()) {
+            constexpr size_t L = distance::OrderedPanels<T>::kLanes;
+            const T* u = x_ + i * p_;
+            alignas(64) T values[L];
+            uint32_t hits = 0;
+            constexpr size_t G = distance::OrderedPanels<T>::kGroup;
+            for (size_t b = 0; b < panels_.numPanels(); ++b) {
+                if (b % G == 0 && panels_.groupLeastValue(u, b / G, metric_) > valueBound_) {
+                    b += G - 1;
+                    continue;
+                }
+                if (panels_.leastValue(u, b, metric_) > valueBound_) continue;
+                distance::computeCrossBlock(distance::CrossBlock<T>{metric_, &u, 1, panels_.panel(b), p_, nullptr,
+                                                                    values, &kernelBound_, T(1), &hits});
+                const size_t lanes = panels_.lanes(b);
+                hits &= lanes == 32 ? ~uint32_t(0) : (uint32_t(1) << lanes) - 1;
+                for (; hits; hits &= hits - 1) {
+                    const size_t l = size_t(__builtin_ctz(hits));
+                    const size_t j = panels_.pointAt(b, l);
+                    if (values[l] <= valueBound_ && j != i) out.push_back(j);
+                }
+            }
+        }
+        ascending(out, first);
+        out.push_back(i);
+    }
+
+private:
+    // The panels' order is spatial: the neighbours are put back in ascending
+    // order, by sorting a short list, or through a mark per point when the
+    // list is long enough that reading n marks costs less.
+    void ascending(NeighborList& out, size_t first) const {
+        const size_t count = out.size() - first;
+        if (count < 2) return;
+        if (count * kMarksPerNeighbor < n_) {
+            std::sort(out.begin() + first, out.end());
+            return;
+        }
+        std::vector<unsigned char>& marks = marks_.local();
+        if (marks.size() < n_) marks.assign(n_, 0);
+        for (size_t m = first; m < out.size(); ++m) marks[out[m]] = 1;
+        out.resize(first);
+        for (size_t j = 0; j < n_; ++j)
+            if (marks[j]) {
+                out.push_back(j);
+                marks[j] = 0;
+            }
+    }
+    static constexpr size_t kMarksPerNeighbor = 16;
+    mutable tbb::enumerable_thread_specific<std::vector<unsigned char>> marks_;  // all 0 between queries
+
+    const T* x_;
+    size_t n_, p_;
+    distance::PairMetric metric_;
+    distance::OrderedPanels<T> panels_;
+    T valueBound_;   // a value passes when at most this
+    T kernelBound_;  // the kernel's "below" test for the same
+    const std::shared_ptr<InterruptStateData>& interrupt_;
 };
 
 // The host's "pdist2" on the data (n-by-p, a point is a row) and row i:

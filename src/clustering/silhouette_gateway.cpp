@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "clustering/silhouette.hpp"
+#include "distance/panel_columns.hpp"
 #include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 
@@ -63,6 +64,29 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
     outputs[0] = ndCreateNumericMatrix(n, 1, zv::classOf<T>(), ndREAL);
     outputs[1] = ndCreateNumericMatrix(n, K, zv::classOf<T>(), ndREAL);
     const std::shared_ptr<InterruptStateData> interrupt = hostGetInterruptStateData();
+    T* within = zv::dataOf<T>(outputs[0]);
+    T* between = zv::dataOf<T>(outputs[1]);
+    // The metrics with a panel kernel take panels of the data built once;
+    // sparse or complex data goes to the nested call, which refuses it.
+    const bool dense = !ndIsSparse(data) && !ndIsComplex(data);
+    if (const auto panelMetric = zv::distance::panelMetricOf(inputs[5], nullptr); panelMetric && dense && p > 0) {
+        const zv::distance::PanelColumns<T> panels(zv::dataOf<const T>(data), n, p, *panelMetric);
+        // A tile is one panel: the values of points j against it fall in
+        // the rows d[j * L ..] the sums read. The pair's value does not
+        // depend on which point is the panel's. Polled once per block of
+        // rows, about as often as the nested call polls.
+        constexpr size_t L = zv::distance::PanelColumns<T>::kLanes, kRows = 16;
+        static_assert(kRows <= zv::distance::PanelColumns<T>::kMaxPoints);
+        auto rows = [&](size_t r0, size_t j0, size_t count, T* d) {
+            InterruptState::ThrowIfInterruptPending(interrupt);
+            panels.block(j0, count, r0 / L, d);
+            panels.finish(d, count * L, d);
+        };
+        const zv::clustering::PointClusters clusters(maskOf(inputs[1], n), K);
+        zv::clustering::silhouetteByTiles<T, L, kRows>(n, rows, clusters, counts.data(), K, own.data(), within,
+                                                       between);
+        return;
+    }
     const zv::clustering::ClusterMembers members(maskOf(inputs[1], n), K);
     const zv::distance::Pdist2Column column(data, p, inputs[5], nullptr, interrupt);
     // The full mode gives n values of the class of the data for every point.
@@ -70,8 +94,7 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
         const matrix::unique_nd_ptr d = column(r);
         use(zv::dataOf<const T>(d.get()));
     };
-    zv::clustering::silhouettepdist2fun(n, distances, members, counts.data(), K, own.data(),
-                                        zv::dataOf<T>(outputs[0]), zv::dataOf<T>(outputs[1]));
+    zv::clustering::silhouettepdist2fun(n, distances, members, counts.data(), K, own.data(), within, between);
 }
 
 }  // namespace
