@@ -230,6 +230,20 @@ inline std::vector<size_t> rowBlocks(size_t n, size_t blocks) {
     return start;
 }
 
+// The active slot s >= k with the least nearest-neighbour distance, the last
+// of equals; n when every one is NaN.
+template <class T>
+size_t closestSlot(const T* nndist, size_t k, size_t n, T& x) {
+    x = std::numeric_limits<T>::infinity();
+    size_t i = n;
+    for (size_t s = k; s < n; ++s)
+        if (x >= nndist[s]) {
+            x = nndist[s];
+            i = s;
+        }
+    return i;
+}
+
 // Book-keeping shared by both algorithms for the merge of lo < hi at step k:
 // the row of Z, the labels and the sizes. Returns the sizes of a and b.
 template <class T>

@@ -177,13 +177,8 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
     HostScratch<size_t> rescan(n);
 
     for (size_t k = 0; k + 1 < n; ++k) {
-        T x = std::numeric_limits<T>::infinity();
-        size_t i = n;
-        for (size_t s = k; s < n; ++s)
-            if (x >= nndist[s]) {
-                x = nndist[s];
-                i = s;
-            }
+        T x;
+        const size_t i = closestSlot(nndist, k, n, x);
         if (i == n) return joinRemaining(k, n, labels, out);
         const size_t j = size_t(nnidx[i]);
         const size_t lo = i < j ? i : j, hi = i < j ? j : i;
