@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <vector>
 
 namespace zv::embedding {
@@ -20,9 +21,10 @@ T tsneLoss(const Embedding<T>& y, const AffinityList<T>& P, double Z) {
         if (c > 0) {
             // A fractional count takes ceil(c) entries but moves the position
             // by trunc(c) only; entries outside what was passed are skipped.
-            for (int64_t m = std::max<int64_t>(1, 1 - e); double(m - 1) < c; ++m) {
-                const int64_t entry = e + m - 1;
-                if (entry >= numEntries) break;
+            // Entries from max(e, 0) while their offset from e is below c;
+            // the offset is taken in double, so no integer can overflow.
+            for (int64_t entry = std::max<int64_t>(e, 0); entry < numEntries; ++entry) {
+                if (!(double(entry) - double(e) < c)) break;
                 const int64_t j = P.neighbour(entry, N);
                 if (j < 0) continue;
                 const T* yi = y.Y + i * d;
