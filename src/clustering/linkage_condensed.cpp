@@ -81,13 +81,7 @@ void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
         }
     });
     parallelOverSlots(0, n, [&](size_t r) {
-        T best = inf;
-        uint64_t at = none;
-        for (size_t b = 0; b < blocks && start[b] < r; ++b)
-            if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
-        if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
-        nnidx[r] = at;
-        nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+        combineNearest(r, n, blocks, start.data(), columnBest.get(), columnAt.get(), rowBest.get(), rowAt.get(), none, nnidx, nndist);
     });
 }
 

@@ -230,6 +230,22 @@ inline std::vector<size_t> rowBlocks(size_t n, size_t blocks) {
     return start;
 }
 
+// Slot r's nearest neighbour from the per-block searches: the column
+// candidates of the blocks above r, then its own row, the later of equals
+// winning; NaN when none was found.
+template <class T>
+void combineNearest(size_t r, size_t n, size_t blocks, const size_t* start, const T* columnBest,
+                    const uint64_t* columnAt, const T* rowBest, const uint64_t* rowAt, uint64_t none,
+                    uint64_t* nnidx, T* nndist) {
+    T best = std::numeric_limits<T>::infinity();
+    uint64_t at = none;
+    for (size_t b = 0; b < blocks && start[b] < r; ++b)
+        if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
+    if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
+    nnidx[r] = at;
+    nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+}
+
 // The active slot s >= k with the least nearest-neighbour distance, the last
 // of equals; n when every one is NaN.
 template <class T>

@@ -138,13 +138,7 @@ void firstNeighbours(const Columns<T>& cols, size_t n, uint64_t* nnidx, T* nndis
         }
     }, tbb::auto_partitioner());
     for (size_t r = 0; r < n; ++r) {
-        T best = inf;
-        uint64_t at = none;
-        for (size_t b = 0; b < blocks && start[b] < r; ++b)
-            if (columnAt[b * n + r] != none && best >= columnBest[b * n + r]) best = columnBest[b * n + r], at = columnAt[b * n + r];
-        if (rowAt[r] != none && best >= rowBest[r]) best = rowBest[r], at = rowAt[r];
-        nnidx[r] = at;
-        nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
+        combineNearest(r, n, blocks, start.data(), columnBest.get(), columnAt.get(), rowBest.get(), rowAt.get(), none, nnidx, nndist);
     }
 }
 
