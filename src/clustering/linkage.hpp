@@ -42,6 +42,13 @@ template <class T>
 void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, uint64_t* sizes,
                       const MergeTable<T>& out);
 
+// Single linkage by a minimum spanning tree of the n(n-1)/2 distances in y,
+// read in place. Returns false, leaving the rows to the list algorithm, where
+// the outcome would hinge on its tie rule: equal merge heights, or any value
+// that is not finite, is negative or is -0.
+template <class T>
+bool singleLinkageByTree(const T* y, size_t n, const MergeTable<T>& out);
+
 // Memory-saving linkage for centroid, median and ward on a private p-by-n
 // copy x of the data, one observation per column, overwritten by centroids.
 template <class T>

@@ -1,9 +1,6 @@
 // Linkage on a condensed distance matrix: the nearest-neighbour list for
 // single, centroid and median, the nearest-neighbour chain for complete,
 // average, weighted and ward.
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -31,58 +28,6 @@ namespace {
 template <class T>
 T heightOf(LinkageMethod method, T value) {
     return worksOnSquares(method) ? std::sqrt(value) : value;
-}
-
-template <class Body>
-void parallelOverSlots(size_t begin, size_t end, const Body& body) {
-    if (begin >= end) return;
-    tbb::parallel_for(tbb::blocked_range<size_t>(begin, end, 1),
-                      [&](const tbb::blocked_range<size_t>& r) {
-                          for (size_t i = r.begin(); i != r.end(); ++i) body(i);
-                      },
-                      tbb::auto_partitioner());
-}
-
-// Every slot's nearest neighbour, exactly as a scan of each slot over all
-// others in ascending order would find it, but from one pass over the
-// triangle in storage order: the row walks are contiguous where a scan per
-// slot would walk every column. The rows are cut into a fixed number of
-// blocks, independent of the thread count; each block keeps, for every
-// slot, the best of its own rows, and the blocks are combined in ascending
-// order with the scan's rule (a later equal value wins), which gives the
-// scan's result.
-template <class T>
-void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
-    constexpr size_t kBlocks = 16;
-    const uint64_t none = noSlot(n);
-    const size_t blocks = std::min(kBlocks, n);
-    const std::vector<size_t> start = rowBlocks(n, blocks);
-    HostScratch<T> columnBest(blocks * n);
-    HostScratch<uint64_t> columnAt(blocks * n);
-    HostScratch<T> rowBest(n);
-    HostScratch<uint64_t> rowAt(n);
-    const T inf = std::numeric_limits<T>::infinity();
-    parallelOverSlots(0, blocks, [&](size_t b) {
-        T* cBest = columnBest.get() + b * n;
-        uint64_t* cAt = columnAt.get() + b * n;
-        std::fill(cBest, cBest + n, inf);
-        std::fill(cAt, cAt + n, none);
-        for (size_t i = start[b]; i < start[b + 1]; ++i) {
-            const T* row = y + condensedRowStart(i, n);
-            T best = inf;
-            uint64_t at = none;
-            for (size_t s = i + 1; s < n; ++s) {
-                const T v = row[s - i - 1];
-                if (best >= v) best = v, at = s;
-                if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
-            }
-            rowBest[i] = best;
-            rowAt[i] = at;
-        }
-    });
-    parallelOverSlots(0, n, [&](size_t r) {
-        combineNearest(r, n, blocks, start.data(), columnBest.get(), columnAt.get(), rowBest.get(), rowAt.get(), none, nnidx, nndist);
-    });
 }
 
 template <class T, LinkageMethod M>

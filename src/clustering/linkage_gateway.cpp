@@ -45,20 +45,14 @@ void copyCondensed(const ndArray* from, size_t available, T* to, size_t count, b
 size_t pairCount(size_t n) { return n < 2 ? 0 : n * (n - 1) / 2; }
 
 // Distances of the rows of data through the host's "pdist".
-template <class T>
-zv::HostScratch<T> distancesFromHost(const ndArray* data, const ndArray* arguments, size_t n, bool square) {
+matrix::unique_nd_ptr distancesFromHost(const ndArray* data, const ndArray* arguments) {
     const size_t extra = ndGetNumberOfElements(arguments);
     zv::raiseIf<ids::ToManyArgumentsForPDIST>(extra > kMaxPdistArguments);
     std::vector<const ndArray*> in{data};
     for (size_t i = 0; i < extra; ++i) in.push_back(ndGetCell(arguments, i));
     ndArray* result = nullptr;
     hostCallFunction(1, &result, int(in.size()), in.data(), "pdist", 0);
-    const matrix::unique_nd_ptr owned(result);
-    const size_t count = pairCount(n);
-    zv::HostScratch<T> y(count);
-    zv::adviseHugePages(y.get(), count * sizeof(T));
-    copyCondensed<T>(result, result ? ndGetNumberOfElements(result) : 0, y.get(), count, square);
-    return y;
+    return matrix::unique_nd_ptr(result);
 }
 
 template <class T>
@@ -83,35 +77,56 @@ void linkageTyped(int numInputs, const ndArray** inputs, ndArray** outputs) {
     const bool square = zv::clustering::worksOnSquares(method);
 
     size_t n = 0, p = 0;
-    zv::HostScratch<T> work(0);
+    // The condensed distances as given or as "pdist" returned them, and how
+    // many of them there are.
+    matrix::unique_nd_ptr fromHost;
+    const ndArray* condensed = nullptr;
+    size_t available = 0;
     if (data.memorySaving) {
         p = ndGetM(first);
         n = ndGetN(first);
         zv::raiseIf<ids::dataSizeTooLarge>(zv::reachesElementLimit(double(p) * double(n) * 8.0));
-        work = zv::HostScratch<T>(p * n);
-        std::copy_n(zv::dataOf<const T>(first), p * n, work.get());
     } else if (data.given) {
         n = ndGetM(first);
-        work = distancesFromHost<T>(first, data.pdistArguments, n, square);
+        fromHost = distancesFromHost(first, data.pdistArguments);
+        condensed = fromHost.get();
+        available = condensed ? ndGetNumberOfElements(condensed) : 0;
     } else {
         const double count = double(ndGetN(first));
         zv::raiseIf<ids::datSizeTooLarge>(count * 8.0 > zv::kMaxElementCount);
         n = zv::checked::toSize(std::ceil(std::sqrt(2.0 * count)));
-        work = zv::HostScratch<T>(pairCount(n));
-        zv::adviseHugePages(work.get(), pairCount(n) * sizeof(T));
-        copyCondensed<T>(first, std::min(ndGetNumberOfElements(first), zv::checked::toSize(count)), work.get(),
-                         pairCount(n), square);
+        condensed = first;
+        available = std::min(ndGetNumberOfElements(first), zv::checked::toSize(count));
     }
     // No observations at all leave no merge, as one does.
     n = std::max<size_t>(n, 1);
-
     auto z = zv::createMatrix<T>(n - 1, 3);
+    const zv::clustering::MergeTable<T> table{zv::dataOf<T>(z.get()), n};
+
+    // Single linkage reads the distances in place when they are all there.
+    if (method == LinkageMethod::Single && condensed && available >= pairCount(n) &&
+        ndGetClassID(condensed) == zv::classOf<T>() &&
+        zv::clustering::singleLinkageByTree(zv::dataOf<const T>(condensed), n, table)) {
+        outputs[0] = matrix::to_host(std::move(z));
+        return;
+    }
+
+    zv::HostScratch<T> work(0);
+    if (data.memorySaving) {
+        const size_t values = p * ndGetN(first);
+        work = zv::HostScratch<T>(values);
+        std::copy_n(zv::dataOf<const T>(first), values, work.get());
+    } else {
+        work = zv::HostScratch<T>(pairCount(n));
+        zv::adviseHugePages(work.get(), pairCount(n) * sizeof(T));
+        copyCondensed<T>(condensed, available, work.get(), pairCount(n), square);
+        fromHost.reset();
+    }
     zv::HostScratch<uint64_t> labels(n);
     for (size_t i = 0; i < n; ++i) labels[i] = i;
     zv::HostScratch<uint64_t> sizes(zv::clustering::keepsSizes(method) ? n : 0);
     if (zv::clustering::keepsSizes(method)) std::fill(sizes.get(), sizes.get() + n, uint64_t(1));
     uint64_t* sizesOrNull = zv::clustering::keepsSizes(method) ? sizes.get() : nullptr;
-    const zv::clustering::MergeTable<T> table{zv::dataOf<T>(z.get()), n};
 
     if (data.memorySaving)
         zv::clustering::linkageVector(method, work.get(), p, n, labels.get(), sizesOrNull, table);

@@ -10,7 +10,11 @@
 #include <limits>
 #include <vector>
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
 #include "clustering/linkage.hpp"
+#include "frame/host_scratch.hpp"
 #include "distance/condensed.hpp"
 
 namespace zv::clustering {
@@ -258,6 +262,58 @@ size_t closestSlot(const T* nndist, size_t k, size_t n, T& x) {
             i = s;
         }
     return i;
+}
+
+template <class Body>
+inline void parallelOverSlots(size_t begin, size_t end, const Body& body) {
+    if (begin >= end) return;
+    tbb::parallel_for(tbb::blocked_range<size_t>(begin, end, 1),
+                      [&](const tbb::blocked_range<size_t>& r) {
+                          for (size_t i = r.begin(); i != r.end(); ++i) body(i);
+                      },
+                      tbb::auto_partitioner());
+}
+
+// Every slot's nearest neighbour, exactly as a scan of each slot over all
+// others in ascending order would find it, but from one pass over the
+// triangle in storage order: the row walks are contiguous where a scan per
+// slot would walk every column. The rows are cut into a fixed number of
+// blocks, independent of the thread count; each block keeps, for every
+// slot, the best of its own rows, and the blocks are combined in ascending
+// order with the scan's rule (a later equal value wins), which gives the
+// scan's result.
+template <class T>
+void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
+    constexpr size_t kBlocks = 16;
+    const uint64_t none = noSlot(n);
+    const size_t blocks = std::min(kBlocks, n);
+    const std::vector<size_t> start = rowBlocks(n, blocks);
+    HostScratch<T> columnBest(blocks * n);
+    HostScratch<uint64_t> columnAt(blocks * n);
+    HostScratch<T> rowBest(n);
+    HostScratch<uint64_t> rowAt(n);
+    const T inf = std::numeric_limits<T>::infinity();
+    parallelOverSlots(0, blocks, [&](size_t b) {
+        T* cBest = columnBest.get() + b * n;
+        uint64_t* cAt = columnAt.get() + b * n;
+        std::fill(cBest, cBest + n, inf);
+        std::fill(cAt, cAt + n, none);
+        for (size_t i = start[b]; i < start[b + 1]; ++i) {
+            const T* row = y + condensedRowStart(i, n);
+            T best = inf;
+            uint64_t at = none;
+            for (size_t s = i + 1; s < n; ++s) {
+                const T v = row[s - i - 1];
+                if (best >= v) best = v, at = s;
+                if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+            }
+            rowBest[i] = best;
+            rowAt[i] = at;
+        }
+    });
+    parallelOverSlots(0, n, [&](size_t r) {
+        combineNearest(r, n, blocks, start.data(), columnBest.get(), columnAt.get(), rowBest.get(), rowAt.get(), none, nnidx, nndist);
+    });
 }
 
 // Book-keeping shared by both algorithms for the merge of lo < hi at step k:

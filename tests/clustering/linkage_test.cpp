@@ -18,6 +18,7 @@ namespace {
 using zvhost::Owned;
 using zvtest::raisedId;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
 const std::vector<std::string> kMethods{"si", "co", "av", "we", "ce", "me", "wa"};
 
 template <class T>
@@ -163,6 +164,44 @@ TEST(Linkage, SingleMatchesDoubleOnExactValues) {
         std::sort(hd.begin(), hd.end());
         for (size_t k = 0; k < hd.size(); ++k) EXPECT_NEAR(hf[k], hd[k], 1e-4 * (1 + hd[k])) << m;
     }
+}
+
+TEST(Linkage, SingleOnDistinctHeightsAgreesWithTheListAlgorithm) {
+    // Continuous distances: every merge height differs, the case single
+    // linkage serves from a spanning tree of the caller's vector.
+    for (size_t n : {2u, 3u, 7u, 50u, 400u}) {
+        const auto y = condensedOf(randomNormal(3 * n, unsigned(n)), 3, n);
+        const auto ref = zvtest::ReferenceLinkage(y, n, "si").run();
+        expectSame(linkage(y, "si"), ref, "n=" + std::to_string(n));
+        const std::vector<float> yf(y.begin(), y.end());
+        std::vector<double> exact(yf.begin(), yf.end());
+        const auto reff = zvtest::ReferenceLinkage(exact, n, "si").run();
+        expectSame(linkage(yf, "si"), std::vector<float>(reff.begin(), reff.end()), "single n=" + std::to_string(n));
+    }
+    // Points 0, 1, 3, 6 and 6.5 on a line: 0-3 ties the tree edge 3-6 at 3,
+    // and 1-6 ties nothing; the tree's own heights stay distinct.
+    std::vector<double> line;
+    const double at[] = {0, 1, 3, 6, 6.5};
+    for (size_t i = 0; i < 5; ++i)
+        for (size_t j = i + 1; j < 5; ++j) line.push_back(at[j] - at[i]);
+    expectSame(linkage(line, "si"), zvtest::ReferenceLinkage(line, 5, "si").run(), "line");
+    // Tied tree heights, a duplicate point, -0, a negative value and an
+    // infinity each take the list algorithm's rules.
+    auto y = condensedOf(randomNormal(3 * 30, 3), 3, 30);
+    for (auto edit : {std::pair<size_t, double>{5, 0.0}, {5, -0.0}, {9, -1.0}, {9, kInf}}) {
+        auto v = y;
+        v[edit.first] = edit.second;
+        if (edit.first == 5) v[6] = edit.second;  // two equal least heights
+        const auto ref = zvtest::ReferenceLinkage(v, 30, "si").run();
+        const auto z = linkage(v, "si");
+        expectSame(z, ref, "edit " + std::to_string(edit.second));
+        for (size_t k = 0; k < 29; ++k) EXPECT_EQ(std::signbit(z[58 + k]), std::signbit(ref[58 + k])) << k;
+    }
+    // Many rows: the component pass is parallel.
+    const auto big = condensedOf(randomNormal(4 * 1500, 21), 4, 1500);
+    const auto one = zvtest::withThreads(1, [&] { return linkage(big, "si"); });
+    expectSame(one, zvtest::ReferenceLinkage(big, 1500, "si").run(), "n=1500");
+    expectSame(one, zvtest::withThreads(2, [&] { return linkage(big, "si"); }), "1 vs 2 threads");
 }
 
 TEST(Linkage, EdgeSizes) {
