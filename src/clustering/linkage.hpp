@@ -49,10 +49,10 @@ void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, ui
 template <class T>
 bool singleLinkageByTree(const T* y, size_t n, const MergeTable<T>& out);
 
-// Memory-saving linkage for centroid, median and ward on a private p-by-n
-// copy x of the data, one observation per column, overwritten by centroids.
+// Memory-saving linkage for centroid, median and ward on p-by-n data x, one
+// observation per column; the engine works on a private copy of its own.
 template <class T>
-void linkageVector(LinkageMethod method, T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
+void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
                    const MergeTable<T>& out);
 
 }  // namespace zv::clustering

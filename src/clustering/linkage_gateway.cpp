@@ -112,11 +112,7 @@ void linkageTyped(int numInputs, const ndArray** inputs, ndArray** outputs) {
     }
 
     zv::HostScratch<T> work(0);
-    if (data.memorySaving) {
-        const size_t values = p * ndGetN(first);
-        work = zv::HostScratch<T>(values);
-        std::copy_n(zv::dataOf<const T>(first), values, work.get());
-    } else {
+    if (!data.memorySaving) {
         work = zv::HostScratch<T>(pairCount(n));
         zv::adviseHugePages(work.get(), pairCount(n) * sizeof(T));
         copyCondensed<T>(condensed, available, work.get(), pairCount(n), square);
@@ -129,7 +125,7 @@ void linkageTyped(int numInputs, const ndArray** inputs, ndArray** outputs) {
     uint64_t* sizesOrNull = zv::clustering::keepsSizes(method) ? sizes.get() : nullptr;
 
     if (data.memorySaving)
-        zv::clustering::linkageVector(method, work.get(), p, n, labels.get(), sizesOrNull, table);
+        zv::clustering::linkageVector(method, zv::dataOf<const T>(first), p, n, labels.get(), sizesOrNull, table);
     else
         zv::clustering::linkageCondensed(method, work.get(), n, labels.get(), sizesOrNull, table);
     outputs[0] = matrix::to_host(std::move(z));

@@ -147,6 +147,20 @@ struct Nearest {
             at = s;
         }
     }
+    // offer(base + i, v[i]) for i = 0 .. count-1 in turn, in two passes that
+    // vectorise: the least value (a NaN never wins a comparison), then the
+    // last place that holds it.
+    void offerRun(uint64_t base, const T* v, size_t count) {
+        T least = std::numeric_limits<T>::infinity();
+        for (size_t i = 0; i < count; ++i) least = v[i] < least ? v[i] : least;
+        if (!(best >= least)) return;
+        for (size_t i = count; i-- > 0;)
+            if (v[i] == least) {
+                best = least;
+                at = base + i;
+                return;
+            }
+    }
 };
 
 // The slots from .. to-1 of the merge of lo < hi at step k: the entries of

@@ -19,46 +19,38 @@ namespace zv::clustering {
 
 namespace {
 
-// Squared Euclidean distance of two columns, summed in ascending coordinate
-// order; symmetric to the bit, which the halved first search relies on.
-template <class T>
-inline T squaredDistance(const T* u, const T* v, size_t p) {
-    T sum = 0;
-    for (size_t t = 0; t < p; ++t) {
-        const T diff = u[t] - v[t];
-        sum += diff * diff;
-    }
-    return sum;
-}
-
+// The representatives stored coordinate by coordinate: x[t * n + j] is
+// coordinate t of slot j, so that the distances from one slot to a run of
+// others go down contiguous runs, several slots to a vector register.
 template <class T>
 struct Columns {
     T* x;
-    size_t p;
-    T* operator[](size_t j) const { return x + j * p; }
-    T distance(size_t a, size_t b) const { return squaredDistance((*this)[a], (*this)[b], p); }
-    // out[s - from] = distance(c, s) for s = from .. to-1, four columns at a
-    // time: each sum still runs in ascending coordinate order, so every value
-    // is the one distance() gives, but four sums advance side by side.
+    size_t p, n;
+    T& at(size_t j, size_t t) const { return x[t * n + j]; }
+    // out[s - from] = squared Euclidean distance of slots c and s, for
+    // s = from .. to-1, each sum in ascending coordinate order.
     void distancesFrom(size_t c, size_t from, size_t to, T* out) const {
-        const T* u = (*this)[c];
-        size_t s = from;
-        for (; s + 4 <= to; s += 4) {
-            const T *v0 = (*this)[s], *v1 = v0 + p, *v2 = v1 + p, *v3 = v2 + p;
-            T a0 = 0, a1 = 0, a2 = 0, a3 = 0;
-            for (size_t t = 0; t < p; ++t) {
-                const T d0 = u[t] - v0[t], d1 = u[t] - v1[t], d2 = u[t] - v2[t], d3 = u[t] - v3[t];
-                a0 += d0 * d0;
-                a1 += d1 * d1;
-                a2 += d2 * d2;
-                a3 += d3 * d3;
-            }
-            out[s - from] = a0, out[s - from + 1] = a1, out[s - from + 2] = a2, out[s - from + 3] = a3;
-        }
-        for (; s < to; ++s) out[s - from] = distance(c, s);
+        constexpr size_t kRun = 256;  // a run of sums that stays in L1
+        for (size_t s0 = from; s0 < to; s0 += kRun)
+            sumRun(x, n, p, c, s0, std::min(to, s0 + kRun), out + (s0 - from));
     }
     void copy(size_t from, size_t to) const {
-        for (size_t t = 0; t < p; ++t) (*this)[to][t] = (*this)[from][t];
+        for (size_t t = 0; t < p; ++t) at(to, t) = at(from, t);
+    }
+
+private:
+    __attribute__((target_clones("avx2", "default")))
+    static void sumRun(const T* __restrict x, size_t n, size_t p, size_t c, size_t from, size_t to, T* __restrict out) {
+        const size_t len = to - from;
+        for (size_t s = 0; s < len; ++s) out[s] = 0;
+        for (size_t t = 0; t < p; ++t) {
+            const T* row = x + t * n + from;
+            const T u = x[t * n + c];
+            for (size_t s = 0; s < len; ++s) {
+                const T d = row[s] - u;
+                out[s] += d * d;
+            }
+        }
     }
 };
 
@@ -66,13 +58,11 @@ struct Columns {
 // (size nb).
 template <class T, LinkageMethod M>
 void mergeColumns(const Columns<T>& cols, size_t lo, size_t hi, uint64_t na, uint64_t nb) {
-    T* a = cols[lo];
-    T* b = cols[hi];
-    if constexpr (M == LinkageMethod::Median) {
-        for (size_t t = 0; t < cols.p; ++t) b[t] = (b[t] + a[t]) * T(0.5);
-    } else {
-        const T wa = T(na), wb = T(nb), total = T(na + nb);
-        for (size_t t = 0; t < cols.p; ++t) b[t] = (b[t] * wb + a[t] * wa) / total;
+    for (size_t t = 0; t < cols.p; ++t) {
+        const T a = cols.at(lo, t);
+        T& b = cols.at(hi, t);
+        if constexpr (M == LinkageMethod::Median) b = (b + a) * T(0.5);
+        else b = (b * T(nb) + a * T(na)) / T(na + nb);
     }
 }
 
@@ -163,8 +153,8 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         for (size_t s0 = from; s0 < n; s0 += kBlock) {
             const size_t s1 = std::min(n, s0 + kBlock);
             cols.distancesFrom(r, s0, s1, block);
-            for (size_t s = s0; s < s1; ++s)
-                if (s != r) nearest.offer(s, block[s - s0]);
+            if (r >= s0 && r < s1) block[r - s0] = std::numeric_limits<T>::quiet_NaN();  // never itself
+            nearest.offerRun(s0, block, s1 - s0);
         }
         storeNearest(nearest, none, nnidx[r], nndist[r]);
     };
@@ -183,8 +173,9 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         // d(hi, s) once: the repair below needs the same values.
         Nearest<T> nearest(none);
         distancesInParallel(cols, hi, k, n, fromHi.get());
-        for (size_t s = k; s < n; ++s)
-            if (s != lo && s != hi) nearest.offer(s, fromHi[s - k]);
+        // Neither half of the merge is a candidate; the repair reads neither value.
+        fromHi[lo - k] = fromHi[hi - k] = std::numeric_limits<T>::quiet_NaN();
+        nearest.offerRun(k, fromHi.get(), n - k);
         storeNearest(nearest, none, nnidx[hi], nndist[hi]);
         if (lo != k) cols.copy(k, lo);
         nnidx[lo] = nnidx[k];
@@ -236,12 +227,14 @@ void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* siz
     auto nearestTo = [&](size_t c, size_t k, T& value) -> uint64_t {
         Nearest<T> nearest(none);
         const T nc = T(sizes[c]);
-        cols.distancesFrom(c, k, n, fromTop.get());
+        T* ward = fromTop.get();
+        cols.distancesFrom(c, k, n, ward);
         for (size_t s = k; s < n; ++s) {
-            if (s == c) continue;
             const T ns = T(sizes[s]);
-            nearest.offer(s, fromTop[s - k] / (nc + ns) * ns * nc);
+            ward[s - k] = ward[s - k] / (nc + ns) * ns * nc;
         }
+        if (c >= k) ward[c - k] = std::numeric_limits<T>::quiet_NaN();  // never itself
+        nearest.offerRun(k, ward, n - k);
         if (nearest.at == none) {
             value = std::numeric_limits<T>::quiet_NaN();
             return c <= k ? k + 1 : k;
@@ -293,10 +286,13 @@ void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* siz
 }  // namespace
 
 template <class T>
-void linkageVector(LinkageMethod method, T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
+void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
                    const MergeTable<T>& out) {
     if (n < 2) return;
-    const Columns<T> cols{x, p};
+    HostScratch<T> byCoordinate(n * p);
+    for (size_t j = 0; j < n; ++j)
+        for (size_t t = 0; t < p; ++t) byCoordinate[t * n + j] = x[j * p + t];
+    const Columns<T> cols{byCoordinate.get(), p, n};
     switch (method) {
     case LinkageMethod::Centroid: return centroidList<T, LinkageMethod::Centroid>(cols, n, labels, sizes, out);
     case LinkageMethod::Median: return centroidList<T, LinkageMethod::Median>(cols, n, labels, sizes, out);
@@ -305,9 +301,9 @@ void linkageVector(LinkageMethod method, T* x, size_t p, size_t n, uint64_t* lab
     }
 }
 
-template void linkageVector<double>(LinkageMethod, double*, size_t, size_t, uint64_t*, uint64_t*,
+template void linkageVector<double>(LinkageMethod, const double*, size_t, size_t, uint64_t*, uint64_t*,
                                     const MergeTable<double>&);
-template void linkageVector<float>(LinkageMethod, float*, size_t, size_t, uint64_t*, uint64_t*,
+template void linkageVector<float>(LinkageMethod, const float*, size_t, size_t, uint64_t*, uint64_t*,
                                    const MergeTable<float>&);
 
 }  // namespace zv::clustering
