@@ -156,7 +156,7 @@ struct Nearest {
         if (!(best >= least)) return;
         for (size_t i = count; i-- > 0;)
             if (v[i] == least) {
-                best = least;
+                best = v[i];  // the sign of a zero is that of the place taken
                 at = base + i;
                 return;
             }

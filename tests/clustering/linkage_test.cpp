@@ -8,6 +8,7 @@
 #include <set>
 
 #include "clustering/linkage_reference.hpp"
+#include "clustering/linkage_updates.hpp"
 #include "support/gateways.hpp"
 #include "support/linked_gateways.hpp"
 
@@ -202,6 +203,27 @@ TEST(Linkage, SingleOnDistinctHeightsAgreesWithTheListAlgorithm) {
     const auto one = zvtest::withThreads(1, [&] { return linkage(big, "si"); });
     expectSame(one, zvtest::ReferenceLinkage(big, 1500, "si").run(), "n=1500");
     expectSame(one, zvtest::withThreads(2, [&] { return linkage(big, "si"); }), "1 vs 2 threads");
+}
+
+TEST(Linkage, RunSearchKeepsTheScanRule) {
+    // The two-pass search of a run against one offer at a time: least value,
+    // last of equals, NaN never, infinity taken when nothing is smaller.
+    const double nan = kNaN;
+    const std::vector<std::vector<double>> runs{
+        {3, 1, 2, 1, nan}, {nan, nan}, {kInf, nan, kInf}, {0.0, -0.0, 5}, {}, {2}, {1, 1, 1}};
+    for (const auto& start : {kInf, 1.0}) {
+        zv::clustering::Nearest<double> one(99), run(99);
+        one.best = run.best = start;
+        uint64_t base = 0;
+        for (const auto& r : runs) {
+            for (size_t i = 0; i < r.size(); ++i) one.offer(base + i, r[i]);
+            run.offerRun(base, r.data(), r.size());
+            EXPECT_EQ(run.at, one.at) << "after run at " << base;
+            EXPECT_EQ(run.best, one.best);
+            EXPECT_EQ(std::signbit(run.best), std::signbit(one.best));
+            base += r.size();
+        }
+    }
 }
 
 TEST(Linkage, EdgeSizes) {
