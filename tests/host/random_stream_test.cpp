@@ -196,4 +196,23 @@ TEST(HostRandomStream, DefaultStreamFollowsSetDefaultStream) {
     zvhost::setDefaultStream(saved);
 }
 
+TEST(HostRandomStream, DefaultStreamRequestsOfOneFollowTheRecipe) {
+    // hostRandn has its own path for a count of 1, the request of randg.
+    auto saved = zvhost::defaultStream();
+    zvhost::setDefaultStream(zvhost::makeStream(9));
+    ReferenceStream reference(9);
+    std::vector<double> got(20000), want(20000);
+    for (size_t k = 0; k < got.size(); ++k) {
+        if (k % 5 == 0) {
+            hostRandu(&got[k], 1);
+            want[k] = reference.uniform();
+        } else {
+            hostRandn(&got[k], 1);
+            reference.normal(&want[k], 1);
+        }
+    }
+    EXPECT_EQ(got, want);
+    zvhost::setDefaultStream(saved);
+}
+
 }  // namespace
