@@ -3,6 +3,7 @@
 #include <immintrin.h>
 
 #include <atomic>
+#include <bit>
 #include <cmath>
 #include <mutex>
 #include <random>
@@ -21,7 +22,8 @@ namespace {
 // block of 624 words at a time with AVX2 or SSE2 and turned into 312 doubles
 // of 53 bits, two words each, (a>>5, b>>6): the builtins ask the streams for
 // a few numbers at a time, millions of times. A block holds whole pairs, so
-// no double straddles two blocks.
+// no double straddles two blocks. The same pair of words can instead be taken
+// whole, as 64 bits (a<<32 | b), by the normals.
 class Mt19937Doubles {
 public:
     explicit Mt19937Doubles(uint32_t seed) {
@@ -32,6 +34,12 @@ public:
     double operator()() {
         if (next_ == kN / 2) refill();
         return out_[next_++];
+    }
+    // The next pair of tempered words, whole.
+    uint64_t bits() {
+        if (next_ == kN / 2) refill();
+        const uint32_t* w = tempered_ + 2 * next_++;
+        return uint64_t(w[0]) << 32 | w[1];
     }
 
 private:
@@ -92,6 +100,7 @@ private:
             y = _mm256_xor_si256(y, _mm256_and_si256(_mm256_slli_epi32(y, 7), _mm256_set1_epi32(int(0x9d2c5680u))));
             y = _mm256_xor_si256(y, _mm256_and_si256(_mm256_slli_epi32(y, 15), _mm256_set1_epi32(int(0xefc60000u))));
             y = _mm256_xor_si256(y, _mm256_srli_epi32(y, 18));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(tempered_ + k), y);
             const __m128i a = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_srli_epi32(y, 5), evens));
             const __m128i b = _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(_mm256_srli_epi32(y, 6), odds));
             const __m256d x = _mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(a), high), _mm256_cvtepi32_pd(b));
@@ -119,6 +128,7 @@ private:
             y = _mm_xor_si128(y, _mm_and_si128(_mm_slli_epi32(y, 7), _mm_set1_epi32(int(0x9d2c5680u))));
             y = _mm_xor_si128(y, _mm_and_si128(_mm_slli_epi32(y, 15), _mm_set1_epi32(int(0xefc60000u))));
             y = _mm_xor_si128(y, _mm_srli_epi32(y, 18));
+            store(tempered_ + k, y);
             const __m128i a = _mm_shuffle_epi32(_mm_srli_epi32(y, 5), _MM_SHUFFLE(3, 1, 2, 0));
             const __m128i b = _mm_shuffle_epi32(_mm_srli_epi32(y, 6), _MM_SHUFFLE(2, 0, 3, 1));
             const __m128d x = _mm_add_pd(_mm_mul_pd(_mm_cvtepi32_pd(a), high), _mm_cvtepi32_pd(b));
@@ -132,10 +142,38 @@ private:
         return __builtin_cpu_supports("avx2") != 0;
     }();
 
-    alignas(16) uint32_t state_[kN];
-    alignas(16) double out_[kN / 2];
+    alignas(32) uint32_t state_[kN];
+    alignas(32) uint32_t tempered_[kN];
+    alignas(32) double out_[kN / 2];
     size_t next_ = kN / 2;
 };
+
+// The ziggurat of 256 layers of equal area under exp(-x^2/2): x[1] = r is
+// where the tail begins, layer i > 0 spans [0, x[i]] between the heights
+// f[i] and f[i + 1], and layer 0 is the strip of height f(r) with the tail
+// folded in, x[0] = v / f(r) wide. A draw m of 53 bits lands at m * width[i]
+// and is under the curve without a test when m < inside[i].
+struct Ziggurat {
+    static constexpr int kLayers = 256;
+    double x[kLayers + 1], f[kLayers + 1], width[kLayers];
+    uint64_t inside[kLayers];
+
+    Ziggurat() {
+        const double r = 3.6541528853610088, v = 4.92867323399e-3;
+        const auto curve = [](double t) { return std::exp(-0.5 * t * t); };
+        x[0] = v / curve(r);
+        x[1] = r;
+        for (int i = 1; i < kLayers - 1; ++i) x[i + 1] = std::sqrt(-2 * std::log(curve(x[i]) + v / x[i]));
+        x[kLayers] = 0;  // the top layer ends at the peak
+        for (int i = 0; i <= kLayers; ++i) f[i] = curve(x[i]);
+        const double two53 = 9007199254740992.0;
+        for (int i = 0; i < kLayers; ++i) {
+            width[i] = x[i] / two53;
+            inside[i] = uint64_t(x[i + 1] / x[i] * two53);
+        }
+    }
+};
+const Ziggurat ziggurat;  // before any stream below: theirs draw on it
 
 class MersenneStream final : public RandStream {
 public:
@@ -145,31 +183,23 @@ public:
         for (size_t k = 0; k < n; ++k) out[k] = next();
     }
 
-    // Marsaglia's polar method. Both values of a pair are used: one left over
-    // at the end of a request opens the next, so the normals do not depend on
-    // how requests are batched (and a draw of one costs half a pair).
+    // One normal per 64 bits in nearly all cases, so a request of one costs
+    // no more than its share and needs nothing kept between requests.
     void normal(double* out, size_t n) override {
-        size_t k = 0;
-        if (n > 0 && hasSpare_) {
-            out[k++] = spare_;
-            hasSpare_ = false;
-        }
-        while (k < n) {
-            double u, v, s;
-            do {
-                u = 2.0 * next() - 1.0;
-                v = 2.0 * next() - 1.0;
-                s = u * u + v * v;
-            } while (s >= 1.0 || s == 0.0);
-            double f = std::sqrt(-2.0 * std::log(s) / s);
-            out[k++] = u * f;
-            if (k < n) {
-                out[k++] = v * f;
-            } else {
-                spare_ = v * f;
-                hasSpare_ = true;
-            }
-        }
+        for (size_t k = 0; k < n; ++k) out[k] = gaussian();
+    }
+
+    // Marsaglia and Tsang's ziggurat: of the 64 bits, the low 8 pick a layer,
+    // the next one the sign, and the top 53 the place along the layer. Nearly
+    // all draws end at the first test; the rest go out of line, so that this
+    // part stays small enough to inline into a request of one.
+    double gaussian() {
+        const uint64_t r = engine_.bits();
+        const uint64_t m = r >> 11;
+        const unsigned i = unsigned(r & 0xff);
+        if (m < ziggurat.inside[i]) [[likely]]  // under the layer above: no test
+            return withSign(double(m) * ziggurat.width[i], r);
+        return gaussianOutside(r);
     }
 
 private:
@@ -180,9 +210,37 @@ private:
             if (x > 0.0) return x;
         }
     }
+
+    // The sign bit of x set from bit 8 of r; x is not negative.
+    static double withSign(double x, uint64_t r) {
+        return std::bit_cast<double>(std::bit_cast<uint64_t>(x) | (r & 0x100) << 55);
+    }
+
+    // Finishes the draw of r, which fell outside its layer's inside part, and
+    // draws again as long as it takes.
+    __attribute__((noinline)) double gaussianOutside(uint64_t r) {
+        const Ziggurat& z = ziggurat;
+        for (;;) {
+            const uint64_t m = r >> 11;
+            const unsigned i = unsigned(r & 0xff);
+            const double x = double(m) * z.width[i];
+            if (m < z.inside[i]) return withSign(x, r);
+            if (i == 0) return withSign(tail(z.x[1]), r);
+            if (z.f[i] + next() * (z.f[i + 1] - z.f[i]) < std::exp(-0.5 * x * x)) return withSign(x, r);
+            r = engine_.bits();
+        }
+    }
+
+    // Beyond r, by Marsaglia's exponential rejection.
+    double tail(double r) {
+        for (;;) {
+            const double a = -std::log(next()) / r;
+            const double b = -std::log(next());
+            if (b + b > a * a) return r + a;
+        }
+    }
+
     Mt19937Doubles engine_;
-    double spare_ = 0.0;
-    bool hasSpare_ = false;
 };
 
 std::mutex defaultMutex;
@@ -298,6 +356,10 @@ void hostRandu(double* out, size_t n) {
 }
 void hostRandn(double* out, size_t n) {
     checkHostThread("hostRandn");
-    if (MersenneStream* m = defaultMersenne.load(std::memory_order_acquire)) m->normal(out, n);
-    else defaultRef().normal(out, n);
+    if (MersenneStream* m = defaultMersenne.load(std::memory_order_acquire)) {
+        if (n == 1) *out = m->gaussian();  // the usual request
+        else m->normal(out, n);
+    } else {
+        defaultRef().normal(out, n);
+    }
 }

@@ -15,8 +15,9 @@
 // A host random stream. The standard one is MT19937 (std::mt19937, seeded
 // with init_genrand); uniforms take 53 bits from two draws, (a>>5, b>>6), as
 // numpy's legacy RandomState does, and a draw of exactly 0 is redrawn;
-// normals use Marsaglia's polar method on pairs of uniforms; the second value
-// of a pair left over by one request is the first of the next.
+// normals come from a ziggurat of 256 layers fed with both words of a pair
+// whole (a<<32 | b), with uniforms for its rare wedge and tail tests, one
+// normal at a time, so that they do not depend on how requests are batched.
 class ZV_HOST_API RandStream {
 public:
     virtual ~RandStream();
