@@ -19,6 +19,33 @@ namespace zv::clustering {
 
 namespace {
 
+// out[s] = sum over t of (x[t * n + from + s] - x[t * n + c])^2 for
+// s = 0 .. to-from-1, each sum in ascending coordinate order.
+template <class T>
+inline void sumRun(const T* __restrict x, size_t n, size_t p, size_t c, size_t from, size_t to, T* __restrict out) {
+    const size_t len = to - from;
+    for (size_t s = 0; s < len; ++s) out[s] = 0;
+    for (size_t t = 0; t < p; ++t) {
+        const T* row = x + t * n + from;
+        const T u = x[t * n + c];
+        for (size_t s = 0; s < len; ++s) {
+            const T d = row[s] - u;
+            out[s] += d * d;
+        }
+    }
+}
+
+// The same loop compiled for wider vectors; the arithmetic is the same, so
+// are the results. (Chosen at run time; ifunc clones would resolve before
+// a sanitizer's runtime is up.)
+template <class T>
+__attribute__((target("avx2"))) void sumRunAvx2(const T* x, size_t n, size_t p, size_t c, size_t from, size_t to,
+                                                T* out) {
+    sumRun(x, n, p, c, from, to, out);
+}
+
+inline const bool kHasAvx2 = __builtin_cpu_supports("avx2");
+
 // The representatives stored coordinate by coordinate: x[t * n + j] is
 // coordinate t of slot j, so that the distances from one slot to a run of
 // others go down contiguous runs, several slots to a vector register.
@@ -31,26 +58,14 @@ struct Columns {
     // s = from .. to-1, each sum in ascending coordinate order.
     void distancesFrom(size_t c, size_t from, size_t to, T* out) const {
         constexpr size_t kRun = 256;  // a run of sums that stays in L1
-        for (size_t s0 = from; s0 < to; s0 += kRun)
-            sumRun(x, n, p, c, s0, std::min(to, s0 + kRun), out + (s0 - from));
+        for (size_t s0 = from; s0 < to; s0 += kRun) {
+            const size_t s1 = std::min(to, s0 + kRun);
+            if (kHasAvx2) sumRunAvx2(x, n, p, c, s0, s1, out + (s0 - from));
+            else sumRun(x, n, p, c, s0, s1, out + (s0 - from));
+        }
     }
     void copy(size_t from, size_t to) const {
         for (size_t t = 0; t < p; ++t) at(to, t) = at(from, t);
-    }
-
-private:
-    __attribute__((target_clones("avx2", "default")))
-    static void sumRun(const T* __restrict x, size_t n, size_t p, size_t c, size_t from, size_t to, T* __restrict out) {
-        const size_t len = to - from;
-        for (size_t s = 0; s < len; ++s) out[s] = 0;
-        for (size_t t = 0; t < p; ++t) {
-            const T* row = x + t * n + from;
-            const T u = x[t * n + c];
-            for (size_t s = 0; s < len; ++s) {
-                const T d = row[s] - u;
-                out[s] += d * d;
-            }
-        }
     }
 };
 
