@@ -50,6 +50,13 @@ Expansion<T> randomExpansion(size_t m, size_t k, size_t L, size_t S, unsigned se
     return e;
 }
 
+// std::sin and std::cos called one at a time: through pointers the compiler
+// cannot merge them into one sincos call, as it may in the engine.
+template <class T>
+T (*volatile separateSin)(T) = static_cast<T (*)(T)>(std::sin);
+template <class T>
+T (*volatile separateCos)(T) = static_cast<T (*)(T)>(std::cos);
+
 // The stages as written, one observation at a time, in T.
 template <class T>
 std::vector<T> transcription(const Expansion<T>& e) {
@@ -95,7 +102,7 @@ std::vector<T> transcription(const Expansion<T>& e) {
                 }
             }
             for (size_t j = 0; j < L; ++j) {
-                T cs = std::cos(c[j]), sn = std::sin(c[j]);
+                T cs = separateCos<T>(c[j]), sn = separateSin<T>(c[j]);
                 if (gain != T(1)) cs *= gain, sn *= gain;
                 out[(2 * b * L + j) * m + i] = cs;
                 out[(2 * b * L + L + j) * m + i] = sn;
