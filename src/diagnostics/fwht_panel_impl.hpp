@@ -105,7 +105,8 @@ void fusedPass(const PassArgs<T>& a) {
     using Bits = typename Lanes<T>::bits;
     constexpr size_t n = size_t(1) << Stages;
     constexpr size_t w = Lanes<T>::width;
-    const size_t rows = a.v.rows, groups = a.L / n, stride = a.L / n;
+    // Value l of group t ends in column t + l*groups.
+    const size_t rows = a.v.rows, groups = a.L / n;
     for (size_t t = 0; t < groups; ++t) {
         const T* in[n];
         T factor[n];
@@ -129,7 +130,7 @@ void fusedPass(const PassArgs<T>& a) {
         T mult[n];
         Bits flip[n];
         for (size_t l = 0; l < n; ++l) {
-            const size_t o = t + l * stride;
+            const size_t o = t + l * groups;
             if constexpr (To == Sink::Scatter) {
                 out[l] = a.dst + size_t(a.perm[o] - 1) * a.v.ld;
                 mult[l] = a.g[o] / a.scale;
@@ -161,7 +162,7 @@ void fusedPass(const PassArgs<T>& a) {
                     if constexpr (std::is_same_v<U, V>)
                         y = __builtin_bit_cast(V, __builtin_bit_cast(Bits, y) ^ flip[l]);
                     else
-                        y = a.rsign[t + l * stride] > T(0) ? y : -y;
+                        y = a.rsign[t + l * groups] > T(0) ? y : -y;
                 }
                 if constexpr (std::is_same_v<U, V>)
                     Lanes<T>::store(out[l] + r, y);
