@@ -167,10 +167,12 @@ void checkAllBlockSizes() {
     for (size_t L = 1; L <= 4096; L *= 2)
         // k = 5 and L/2 + 3 cut a group of columns in the middle.
         for (size_t k : {size_t(1), size_t(5), L / 2 + 3, L - 1, L}) {
-            if (k == 0 || k > L) continue;
+            if (k == 0 || k > L || (k == L - 1 && L <= 2)) continue;
             // m = 333 leaves a short last panel and rows beyond whole vectors.
             auto e = randomExpansion<T>(L >= 1024 ? 45 : 333, k, L, 3, seed++);
-            e.x[3] = -T(0);  // the sign of zero survives where a stage adds nothing
+            // A negative zero and a NaN in the data: their signs come out of
+            // the same operations in any grouping of the stages.
+            e.x[3] = -T(0);
             if (k > 1) e.x[e.m + 7] = std::numeric_limits<T>::quiet_NaN();
             const auto ref = transcription(e);
             expectSameBits(serialPanels(e, rkeutils::generic::transformPanel<T>), ref);
