@@ -1,10 +1,13 @@
 // rkeutils::fwhtbif through the host's call boundary, next to a copy
 // benchmark of the same machine, so that the bytes the expansion has to move
-// can be set against what memory can move. Items/s counts output values.
+// can be set against what memory can move, and next to the standard sine and
+// cosine it takes for every angle, its floor in computation. Items/s counts
+// output values (angles for the sine and cosine).
 //   build/bin/fwht_bench [--benchmark_filter=Stream]
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <span>
@@ -107,6 +110,27 @@ void BM_FreshOutputWrite_m100k_8192(benchmark::State& state) {
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(m * n * sizeof(double)));
 }
 
+// The standard library's cosine and sine of one value, on one core, at the
+// size of the angles the expansion meets (about N(0, 15^2) in the cases
+// below): the expansion takes both for each of its m*S*L angles, so this
+// bounds it from below whatever the butterflies cost.
+template <class T>
+void BM_StandardSinCos(benchmark::State& state) {
+    std::mt19937 gen(3);
+    std::normal_distribution<double> normal(0.0, 15.0);
+    std::vector<T> angle(size_t(1) << 20), sine(angle.size()), cosine(angle.size());
+    for (auto& v : angle) v = T(normal(gen));
+    for (auto _ : state) {
+        for (size_t i = 0; i < angle.size(); ++i) {
+            sine[i] = std::sin(angle[i]);
+            cosine[i] = std::cos(angle[i]);
+        }
+        benchmark::DoNotOptimize(sine.data());
+        benchmark::DoNotOptimize(cosine.data());
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(angle.size()));
+}
+
 void BM_ExpansionDouble_m100k_L1024_S4(benchmark::State& s) { expansion<double>(s, 100000, 1000, 1024, 4); }
 void BM_ExpansionSingle_m100k_L1024_S4(benchmark::State& s) { expansion<float>(s, 100000, 1000, 1024, 4); }
 void BM_ExpansionDouble_m100k_L64_S16(benchmark::State& s) { expansion<double>(s, 100000, 50, 64, 16); }
@@ -114,6 +138,8 @@ void BM_ExpansionDouble_m20k_L4096_S1(benchmark::State& s) { expansion<double>(s
 
 BENCHMARK(BM_StreamCopy)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_FreshOutputWrite_m100k_8192)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_StandardSinCos<double>)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StandardSinCos<float>)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ExpansionDouble_m100k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_ExpansionSingle_m100k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_ExpansionDouble_m100k_L64_S16)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -1,8 +1,7 @@
-// One panel of rows of one feature block, by instruction set: the generic
-// build takes the cosines and sines from libm; the AVX2 build takes them
-// from glibc's vector math library, four or eight at a time (within 4 ulp of
-// libm, and equal to it in most values). The butterflies are the same
-// additions in both, so both agree bit for bit up to the last step.
+// One panel of rows of one feature block, by instruction set. Both builds do
+// the same additions and multiplications and take the cosines and sines from
+// the standard library, so they agree bit for bit; AVX2 only makes the
+// butterflies wider.
 #pragma once
 
 #include <cstddef>

@@ -2,6 +2,9 @@
 // (ZV_FWHT_ISA names the namespace).
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 #include "diagnostics/fwht_panel.hpp"
 
@@ -9,7 +12,9 @@ namespace rkeutils::ZV_FWHT_ISA {
 namespace {
 
 // The sines into `sines`, the cosines over the angles. They are the standard
-// library's on every machine: a vector library would round differently.
+// library's on every machine: a vector library would round differently. The
+// compiler turns the pair into one sincos call, which gives the same bits as
+// the two (the tests compare with separate calls).
 template <class T>
 void sinCos(T* __restrict angles, T* __restrict sines, size_t count) {
     for (size_t r = 0; r < count; ++r) {
@@ -31,130 +36,201 @@ struct PanelView {
     T* col(T* buffer, size_t j) const { return buffer + j * ld; }
 };
 
-// out[t] = c[2t] + c[2t+1], out[L/2 + t] = c[2t] - c[2t+1].
+// A vector register of T. Lane by lane the operations are those on single
+// values.
+#ifdef __AVX__
+constexpr size_t kVectorBytes = 32;
+#else
+constexpr size_t kVectorBytes = 16;
+#endif
 template <class T>
-void plainStage(const PanelView<T>& v, size_t L, T* src, T* dst) {
-    const size_t half = L / 2;
-    for (size_t t = 0; t < half; ++t) {
-        const T* __restrict a = v.col(src, 2 * t);
-        const T* __restrict b = v.col(src, 2 * t + 1);
-        T* __restrict s = v.col(dst, t);
-        T* __restrict d = v.col(dst, half + t);
-        for (size_t r = 0; r < v.rows; ++r) {
-            s[r] = a[r] + b[r];
-            d[r] = a[r] - b[r];
+struct Lanes {
+    typedef T type __attribute__((vector_size(kVectorBytes)));
+    typedef int64_t bits __attribute__((vector_size(kVectorBytes)));
+    static constexpr size_t width = kVectorBytes / sizeof(T);
+    static type load(const T* p) {
+        type v;
+        std::memcpy(&v, p, sizeof v);
+        return v;
+    }
+    static void store(T* p, type v) { std::memcpy(p, &v, sizeof v); }
+};
+
+// `stages` stages on the 2^stages values of one group, in place: the pair
+// (2u, 2u + 1) goes to u and 2^(stages-1) + u, as the stage does with whole
+// columns. With consecutive stages over whole columns, the inputs 2^stages*t
+// + i of a group meet only each other, and value l of the group ends in
+// column t + l*L/2^stages.
+template <int Stages, class V>
+inline void groupStages(V* v) {
+    constexpr int n = 1 << Stages;
+    for (int s = 0; s < Stages; ++s) {
+        V w[n];
+#pragma GCC unroll 16
+        for (int u = 0; u < n / 2; ++u) {
+            w[u] = v[2 * u] + v[2 * u + 1];
+            w[n / 2 + u] = v[2 * u] - v[2 * u + 1];
         }
+#pragma GCC unroll 16
+        for (int i = 0; i < n; ++i) v[i] = w[i];
     }
 }
 
-// Two plain stages in one pass over the panel, with the very same additions:
-// inputs 4t..4t+3 end in outputs t, t + L/4, L/2 + t, L/2 + t + L/4.
-template <class T>
-void plainStagePair(const PanelView<T>& v, size_t L, T* src, T* dst) {
-    const size_t half = L / 2, quarter = L / 4;
-    for (size_t t = 0; t < quarter; ++t) {
-        const T* __restrict c0 = v.col(src, 4 * t);
-        const T* __restrict c1 = v.col(src, 4 * t + 1);
-        const T* __restrict c2 = v.col(src, 4 * t + 2);
-        const T* __restrict c3 = v.col(src, 4 * t + 3);
-        T* __restrict o0 = v.col(dst, t);
-        T* __restrict o1 = v.col(dst, t + quarter);
-        T* __restrict o2 = v.col(dst, half + t);
-        T* __restrict o3 = v.col(dst, half + t + quarter);
-        for (size_t r = 0; r < v.rows; ++r) {
-            const T s01 = c0[r] + c1[r], d01 = c0[r] - c1[r];
-            const T s23 = c2[r] + c3[r], d23 = c2[r] - c3[r];
-            o0[r] = s01 + s23;
-            o1[r] = d01 + d23;
-            o2[r] = s01 - s23;
-            o3[r] = d01 - d23;
-        }
-    }
-}
+// Where a group's values come from: columns of the other buffer, or, for the
+// first stage of all, X(:, j) * D[j] for j < k and zero beyond.
+enum class Source { Buffer, Data };
+// Where its values go: plain columns; column P[i] - 1 times G[i]/scale (the
+// last stage of the first transform); or negated unless R[i] > 0 (the last
+// stage of the second).
+enum class Sink { Plain, Scatter, Sign };
 
-// Stage 0: the input columns are X(:, j) * D[j] for j < k and zero beyond.
-// A pair cut by k keeps the additions with zero, so signed zeros come out as
-// the plain stage would make them.
 template <class T>
-void dataStage(const PanelView<T>& v, size_t L, const T* x, size_t xld, size_t k, const T* d, T* dst) {
-    const size_t half = L / 2;
-    for (size_t t = 0; t < half; ++t) {
-        T* __restrict s = v.col(dst, t);
-        T* __restrict df = v.col(dst, half + t);
-        const size_t j0 = 2 * t, j1 = 2 * t + 1;
-        if (j1 < k) {
-            const T* __restrict a = x + j0 * xld;
-            const T* __restrict b = x + j1 * xld;
-            const T da = d[j0], db = d[j1];
-            for (size_t r = 0; r < v.rows; ++r) {
-                const T u = a[r] * da, w = b[r] * db;
-                s[r] = u + w;
-                df[r] = u - w;
+struct PassArgs {
+    PanelView<T> v;
+    size_t L;
+    const T* src;         // Source::Buffer
+    const T* x;           // Source::Data: the panel's first row of X
+    size_t k;             //   columns of X that enter, at most L
+    const T* d;
+    T* dst;
+    const int64_t* perm;  // Sink::Scatter
+    const T* g;
+    T scale;
+    const T* rsign;       // Sink::Sign
+};
+
+// `Stages` consecutive stages in one pass over the panel, with the very same
+// additions and multiplications as one stage at a time.
+template <class T, int Stages, Source From, Sink To>
+void fusedPass(const PassArgs<T>& a) {
+    using V = typename Lanes<T>::type;
+    using Bits = typename Lanes<T>::bits;
+    constexpr size_t n = size_t(1) << Stages;
+    constexpr size_t w = Lanes<T>::width;
+    // Value l of group t ends in column t + l*groups.
+    const size_t rows = a.v.rows, groups = a.L / n;
+    for (size_t t = 0; t < groups; ++t) {
+        const T* in[n];
+        T factor[n];
+        size_t present = n;  // inputs of the data stage before k
+        for (size_t i = 0; i < n; ++i) {
+            const size_t c = n * t + i;
+            if constexpr (From == Source::Data) {
+                if (c >= a.k) {
+                    present = std::min(present, i);
+                    in[i] = a.x;
+                    factor[i] = T(0);
+                } else {
+                    in[i] = a.x + c * a.v.ld;
+                    factor[i] = a.d[c];
+                }
+            } else {
+                in[i] = a.src + c * a.v.ld;
             }
-        } else if (j0 < k) {
-            const T* __restrict a = x + j0 * xld;
-            const T da = d[j0];
-            for (size_t r = 0; r < v.rows; ++r) {
-                const T u = a[r] * da;
-                s[r] = u + T(0);
-                df[r] = u - T(0);
+        }
+        T* out[n];
+        T mult[n];
+        Bits flip[n];
+        for (size_t l = 0; l < n; ++l) {
+            const size_t o = t + l * groups;
+            if constexpr (To == Sink::Scatter) {
+                out[l] = a.dst + size_t(a.perm[o] - 1) * a.v.ld;
+                mult[l] = a.g[o] / a.scale;
+            } else {
+                out[l] = a.dst + o * a.v.ld;
             }
-        } else {
-            std::fill(s, s + v.rows, T(0));
-            std::fill(df, df + v.rows, T(0));
+            if constexpr (To == Sink::Sign) {
+                // The sign bit of every lane, for values that change sign.
+                const uint64_t signs = sizeof(T) == 8 ? 0x8000000000000000u : 0x8000000080000000u;
+                flip[l] = Bits{} + int64_t(a.rsign[o] > T(0) ? 0 : signs);
+            }
+        }
+        if constexpr (From == Source::Data) {
+            if (present == 0) {
+                // Zero columns give zeros through every stage.
+                for (size_t l = 0; l < n; ++l) {
+                    T* o = out[l];
+                    std::fill(o, o + rows, To == Sink::Scatter ? T(0) * mult[l] : T(0));
+                }
+                continue;
+            }
+        }
+        auto finish = [&](auto* vals, size_t r) {
+            using U = std::remove_reference_t<decltype(vals[0])>;
+            for (size_t l = 0; l < n; ++l) {
+                U y = vals[l];
+                if constexpr (To == Sink::Scatter) y = y * mult[l];
+                if constexpr (To == Sink::Sign) {
+                    if constexpr (std::is_same_v<U, V>)
+                        y = __builtin_bit_cast(V, __builtin_bit_cast(Bits, y) ^ flip[l]);
+                    else
+                        y = a.rsign[t + l * groups] > T(0) ? y : -y;
+                }
+                if constexpr (std::is_same_v<U, V>)
+                    Lanes<T>::store(out[l] + r, y);
+                else
+                    out[l][r] = y;
+            }
+        };
+        size_t r = 0;
+        if (present == n) {
+            for (; r + w <= rows; r += w) {
+                V vals[n];
+#pragma GCC unroll 16
+                for (size_t i = 0; i < n; ++i) {
+                    vals[i] = Lanes<T>::load(in[i] + r);
+                    if constexpr (From == Source::Data) vals[i] = vals[i] * factor[i];
+                }
+                groupStages<Stages>(vals);
+                finish(vals, r);
+            }
+        }
+        // The last rows, and the one group of the data stage cut by k.
+        for (; r < rows; ++r) {
+            T vals[n];
+            for (size_t i = 0; i < n; ++i) {
+                if constexpr (From == Source::Data)
+                    vals[i] = i < present ? in[i][r] * factor[i] : T(0);
+                else
+                    vals[i] = in[i][r];
+            }
+            groupStages<Stages>(vals);
+            finish(vals, r);
         }
     }
 }
 
-// The last stage of the first transform: output i goes to column P[i] - 1,
-// times G[i]/scale. With permutations that were not checked, a column no
-// entry reaches stays zero and an entry out of range is dropped.
+template <class T, Source From, Sink To>
+void fusedPassOf(int stages, const PassArgs<T>& a) {
+    switch (stages) {
+        case 1: return fusedPass<T, 1, From, To>(a);
+        case 2: return fusedPass<T, 2, From, To>(a);
+        case 3: return fusedPass<T, 3, From, To>(a);
+        default: return fusedPass<T, 4, From, To>(a);
+    }
+}
+
+// The last stage of the first transform when the permutations were not
+// checked: a column no entry reaches stays zero and an entry out of range is
+// dropped.
 template <class T>
-void scatterStage(const PanelView<T>& v, size_t L, const T* g, const int64_t* perm, T scale,
-                  bool checked, T* src, T* dst) {
+void uncheckedScatterStage(const PanelView<T>& v, size_t L, const T* g, const int64_t* perm, T scale,
+                           const T* src, T* dst) {
     const size_t half = L / 2;
-    if (!checked)
-        for (size_t j = 0; j < L; ++j) std::fill(v.col(dst, j), v.col(dst, j) + v.rows, T(0));
+    for (size_t j = 0; j < L; ++j) std::fill(v.col(dst, j), v.col(dst, j) + v.rows, T(0));
     auto target = [&](size_t i) -> T* {
         const int64_t p = perm[i];
-        if (!checked && (p < 1 || uint64_t(p) > L)) return nullptr;
+        if (p < 1 || uint64_t(p) > L) return nullptr;
         return v.col(dst, size_t(p - 1));
     };
     for (size_t t = 0; t < half; ++t) {
-        const T* __restrict a = v.col(src, 2 * t);
-        const T* __restrict b = v.col(src, 2 * t + 1);
-        T* __restrict s = target(t);
-        T* __restrict d = target(half + t);
+        const T* __restrict a = src + 2 * t * v.ld;
+        const T* __restrict b = src + (2 * t + 1) * v.ld;
         const T qs = g[t] / scale, qd = g[half + t] / scale;
-        if (s && d) {
-            for (size_t r = 0; r < v.rows; ++r) {
-                s[r] = (a[r] + b[r]) * qs;
-                d[r] = (a[r] - b[r]) * qd;
-            }
-        } else {
-            if (s)
-                for (size_t r = 0; r < v.rows; ++r) s[r] = (a[r] + b[r]) * qs;
-            if (d)
-                for (size_t r = 0; r < v.rows; ++r) d[r] = (a[r] - b[r]) * qd;
-        }
-    }
-}
-
-// The last stage of the second transform: output i is negated unless R[i] > 0.
-template <class T>
-void signStage(const PanelView<T>& v, size_t L, const T* rsign, T* src, T* dst) {
-    const size_t half = L / 2;
-    for (size_t t = 0; t < half; ++t) {
-        const T* __restrict a = v.col(src, 2 * t);
-        const T* __restrict b = v.col(src, 2 * t + 1);
-        T* __restrict s = v.col(dst, t);
-        T* __restrict d = v.col(dst, half + t);
-        const bool keepS = rsign[t] > T(0), keepD = rsign[half + t] > T(0);
-        for (size_t r = 0; r < v.rows; ++r) {
-            const T sum = a[r] + b[r], diff = a[r] - b[r];
-            s[r] = keepS ? sum : -sum;
-            d[r] = keepD ? diff : -diff;
-        }
+        if (T* s = target(t))
+            for (size_t r = 0; r < v.rows; ++r) s[r] = (a[r] + b[r]) * qs;
+        if (T* d = target(half + t))
+            for (size_t r = 0; r < v.rows; ++r) d[r] = (a[r] - b[r]) * qd;
     }
 }
 
@@ -173,14 +249,22 @@ void trigPass(const PanelView<T>& v, size_t L, T gain, T* a, T* b) {
     }
 }
 
-// Passes over a panel: the data stage, the plain stages two at a time, the
-// scatter stage (logL >= 2), the plain stages of the second transform two at
-// a time, and the sign stage.
-size_t pairedPasses(size_t stages) { return stages / 2 + stages % 2; }
-size_t passCount(size_t logL) {
-    if (logL == 0) return 0;
-    const size_t first = logL >= 2 ? 1 + pairedPasses(logL - 2) + 1 : 1;
-    return first + pairedPasses(logL - 1) + 1;
+// Up to four stages share a pass: 16 columns in and out per group fill the
+// vector registers; with five, the spills cost more than the pass saved.
+constexpr int kMaxFused = 4;
+
+struct Pass {
+    int stages;
+    bool data;     // takes X and D
+    Sink sink;
+    bool unchecked;  // the single scatter stage with unchecked permutations
+};
+
+// Splits `count` stages into passes of at most kMaxFused, as even as possible.
+template <class Add>
+void splitStages(size_t count, Add add) {
+    const size_t passes = (count + kMaxFused - 1) / kMaxFused;
+    for (size_t p = 0; p < passes; ++p) add(int(count * (p + 1) / passes - count * p / passes), p == 0, p + 1 == passes);
 }
 
 }  // namespace stages
@@ -192,34 +276,55 @@ void transformPanel(const FwhtProblem<T>& pr, size_t block, size_t row0, size_t 
     const PanelView<T> v{m, rows};
     T* a = pr.out + 2 * block * L * m + row0;
     T* b = a + L * m;
-    const T* d = pr.d + block * L;
-    const T* g = pr.g + block * L;
-    const T* rsign = pr.r + block * L;
-    const int64_t* perm = pr.perm + block * L;
+
+    // The passes: the first transform, whose first stage reads X and whose
+    // last (logL >= 2) scatters, then the second, whose last applies the signs.
+    Pass passes[2 * 64 / kMaxFused + 4];
+    size_t count = 0;
+    if (logL > 0) {
+        const bool scatters = logL >= 2, split = scatters && !pr.permutationsChecked;
+        const size_t firstStages = split ? logL - 1 : logL;
+        splitStages(firstStages, [&](int s, bool first, bool last) {
+            passes[count++] = {s, first, last && scatters && !split ? Sink::Scatter : Sink::Plain, false};
+        });
+        if (split) passes[count++] = {1, false, Sink::Scatter, true};
+        splitStages(logL, [&](int s, bool, bool last) {
+            passes[count++] = {s, false, last ? Sink::Sign : Sink::Plain, false};
+        });
+    }
 
     // The buffers alternate; the first pass writes where the count of passes
     // makes the last one end in A.
     T* buffers[2] = {a, b};
-    size_t next = passCount(logL) % 2 == 1 ? 0 : 1;
-    auto pass = [&](auto&& stage) {
-        T* dst = buffers[next];
-        T* src = buffers[next ^ 1];
-        stage(src, dst);
+    size_t next = count % 2 == 1 ? 0 : 1;
+    PassArgs<T> args{v,
+                     L,
+                     nullptr,
+                     pr.x + row0,
+                     std::min(pr.k, L),
+                     pr.d + block * L,
+                     nullptr,
+                     pr.perm + block * L,
+                     pr.g + block * L,
+                     pr.scale,
+                     pr.r + block * L};
+    for (size_t p = 0; p < count; ++p) {
+        const Pass& pass = passes[p];
+        args.dst = buffers[next];
+        args.src = buffers[next ^ 1];
+        if (pass.unchecked)
+            uncheckedScatterStage(v, L, args.g, args.perm, pr.scale, args.src, args.dst);
+        else if (pass.data && pass.sink == Sink::Scatter)
+            fusedPassOf<T, Source::Data, Sink::Scatter>(pass.stages, args);
+        else if (pass.data)
+            fusedPassOf<T, Source::Data, Sink::Plain>(pass.stages, args);
+        else if (pass.sink == Sink::Scatter)
+            fusedPassOf<T, Source::Buffer, Sink::Scatter>(pass.stages, args);
+        else if (pass.sink == Sink::Sign)
+            fusedPassOf<T, Source::Buffer, Sink::Sign>(pass.stages, args);
+        else
+            fusedPassOf<T, Source::Buffer, Sink::Plain>(pass.stages, args);
         next ^= 1;
-    };
-    auto plainRun = [&](size_t count) {
-        for (; count >= 2; count -= 2) pass([&](T* s, T* t) { plainStagePair(v, L, s, t); });
-        if (count == 1) pass([&](T* s, T* t) { plainStage(v, L, s, t); });
-    };
-
-    if (logL > 0) {
-        pass([&](T*, T* t) { dataStage(v, L, pr.x + row0, m, std::min(pr.k, L), d, t); });
-        if (logL >= 2) {
-            plainRun(logL - 2);
-            pass([&](T* s, T* t) { scatterStage(v, L, g, perm, pr.scale, pr.permutationsChecked, s, t); });
-        }
-        plainRun(logL - 1);
-        pass([&](T* s, T* t) { signStage(v, L, rsign, s, t); });
     }
     trigPass(v, L, pr.gain, a, b);
 }
