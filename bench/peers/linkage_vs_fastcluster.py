@@ -10,8 +10,10 @@ includes copying the vector into a host array), fastcluster.linkage and
 scipy.cluster.hierarchy.linkage. Memory-saving part: 20,000 x 10 points to
 linkagebif's memory-saving mode and fastcluster.linkage_vector. Times are
 best of N wall-clock runs, taken in turn; the ratio is peer time / our time
-(above 1: we are faster). Every peer runs on one thread; so does ours here,
-apart from the list algorithm's parallel neighbour searches.
+(above 1: we are faster). Every peer runs on one thread; ours uses the
+cores where its engines have parallel loops (the list algorithm's neighbour
+searches, single linkage's two passes over the vector, the memory-saving
+distance sweeps).
 """
 
 import argparse
