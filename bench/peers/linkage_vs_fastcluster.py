@@ -19,18 +19,14 @@ distance sweeps).
 import argparse
 import os
 import sys
-import time
 
 import numpy as np
 
+from peer_timing import best_of as timed
+
 
 def best_of(fn, repeats):
-    best = float("inf")
-    for _ in range(repeats):
-        t0 = time.perf_counter()
-        fn()
-        best = min(best, time.perf_counter() - t0)
-    return best
+    return timed(repeats, fn)[0]
 
 
 def main():
