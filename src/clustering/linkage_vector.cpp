@@ -44,8 +44,6 @@ __attribute__((target("avx2"))) void sumRunAvx2(const T* x, size_t n, size_t p, 
     sumRun(x, n, p, c, from, to, out);
 }
 
-inline const bool kHasAvx2 = __builtin_cpu_supports("avx2");
-
 // The representatives stored coordinate by coordinate: x[t * n + j] is
 // coordinate t of slot j, so that the distances from one slot to a run of
 // others go down contiguous runs, several slots to a vector register.
@@ -60,7 +58,7 @@ struct Columns {
         constexpr size_t kRun = 256;  // a run of sums that stays in L1
         for (size_t s0 = from; s0 < to; s0 += kRun) {
             const size_t s1 = std::min(to, s0 + kRun);
-            if (kHasAvx2) sumRunAvx2(x, n, p, c, s0, s1, out + (s0 - from));
+            if (__builtin_cpu_supports("avx2")) sumRunAvx2(x, n, p, c, s0, s1, out + (s0 - from));
             else sumRun(x, n, p, c, s0, s1, out + (s0 - from));
         }
     }
