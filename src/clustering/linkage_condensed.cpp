@@ -42,11 +42,8 @@ void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, con
 
     for (size_t k = 0; k + 1 < n; ++k) {
         T x;
-        const size_t i = closestSlot(nndist, k, n, x);
-        if (i == n) return joinRemaining(k, n, labels, out);
-
-        const size_t j = size_t(nnidx[i]);
-        const size_t lo = i < j ? i : j, hi = i < j ? j : i;
+        size_t lo, hi;
+        if (!nextListMerge(nndist, nnidx, k, n, lo, hi, x)) return joinRemaining(k, n, labels, out);
         uint64_t na, nb;
         recordMerge(k, lo, hi, heightOf(M, x), n, labels, sizes, out, na, nb);
 
@@ -69,7 +66,7 @@ void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, con
                     return;
                 }
                 if (r != hi) {
-                    const T d = r < hi ? y[condensedIndex(r, hi, n)] : y[condensedIndex(hi, r, n)];
+                    const T d = y[distance::condensedPairIndex(r, hi, n)];
                     if (nndist[r] > d) {
                         nndist[r] = d;
                         nnidx[r] = hi;

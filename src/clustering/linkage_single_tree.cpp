@@ -173,7 +173,7 @@ bool singleLinkageByTree(const T* y, size_t n, const MergeTable<T>& out) {
         for (size_t p = memberStart[A]; p < memberStart[A + 1]; ++p)
             for (size_t q = memberStart[B]; q < memberStart[B + 1]; ++q) {
                 const size_t i = members[p], j = members[q];
-                if (y[i < j ? distance::condensedIndex(i, j, n) : distance::condensedIndex(j, i, n)] == w)
+                if (y[distance::condensedPairIndex(i, j, n)] == w)
                     return Edge{uint32_t(i), uint32_t(j)};
             }
         return Edge{members[memberStart[A]], members[memberStart[B]]};  // not reached: w is such a distance

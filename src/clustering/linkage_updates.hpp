@@ -264,20 +264,6 @@ void combineNearest(size_t r, size_t n, size_t blocks, const size_t* start, cons
     nndist[r] = at == none ? std::numeric_limits<T>::quiet_NaN() : best;
 }
 
-// The active slot s >= k with the least nearest-neighbour distance, the last
-// of equals; n when every one is NaN.
-template <class T>
-size_t closestSlot(const T* nndist, size_t k, size_t n, T& x) {
-    x = std::numeric_limits<T>::infinity();
-    size_t i = n;
-    for (size_t s = k; s < n; ++s)
-        if (x >= nndist[s]) {
-            x = nndist[s];
-            i = s;
-        }
-    return i;
-}
-
 template <class Body>
 inline void parallelOverSlots(size_t begin, size_t end, const Body& body) {
     if (begin >= end) return;
@@ -289,15 +275,18 @@ inline void parallelOverSlots(size_t begin, size_t end, const Body& body) {
 }
 
 // Every slot's nearest neighbour, exactly as a scan of each slot over all
-// others in ascending order would find it, but from one pass over the
-// triangle in storage order: the row walks are contiguous where a scan per
-// slot would walk every column. The rows are cut into a fixed number of
-// blocks, independent of the thread count; each block keeps, for every
-// slot, the best of its own rows, and the blocks are combined in ascending
-// order with the scan's rule (a later equal value wins), which gives the
-// scan's result.
-template <class T>
-void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
+// others in ascending order would find it, but with each pair seen once, in
+// the order of the triangle's rows: a scan per slot would walk every column.
+// The rows are cut into a fixed number of blocks, independent of the thread
+// count; each block keeps, for every slot, the best of its own rows, and the
+// blocks are combined in ascending order with the scan's rule (a later equal
+// value wins), which gives the scan's result. rowPiece(i, s0, s1, buffer)
+// gives d(i, s) for s = s0 .. s1-1, at most kNeighbourPiece values, either
+// where they are stored or written to buffer.
+constexpr size_t kNeighbourPiece = 64;
+
+template <class T, class RowPiece>
+void blockedNeighbours(size_t n, uint64_t* nnidx, T* nndist, const RowPiece& rowPiece) {
     constexpr size_t kBlocks = 16;
     const uint64_t none = noSlot(n);
     const size_t blocks = std::min(kBlocks, n);
@@ -308,18 +297,22 @@ void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
     HostScratch<uint64_t> rowAt(n);
     const T inf = std::numeric_limits<T>::infinity();
     parallelOverSlots(0, blocks, [&](size_t b) {
+        T buffer[kNeighbourPiece];
         T* cBest = columnBest.get() + b * n;
         uint64_t* cAt = columnAt.get() + b * n;
         std::fill(cBest, cBest + n, inf);
         std::fill(cAt, cAt + n, none);
         for (size_t i = start[b]; i < start[b + 1]; ++i) {
-            const T* row = y + condensedRowStart(i, n);
             T best = inf;
             uint64_t at = none;
-            for (size_t s = i + 1; s < n; ++s) {
-                const T v = row[s - i - 1];
-                if (best >= v) best = v, at = s;
-                if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+            for (size_t s0 = i + 1; s0 < n; s0 += kNeighbourPiece) {
+                const size_t s1 = std::min(n, s0 + kNeighbourPiece);
+                const T* piece = rowPiece(i, s0, s1, buffer);
+                for (size_t s = s0; s < s1; ++s) {
+                    const T v = piece[s - s0];
+                    if (best >= v) best = v, at = s;
+                    if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
+                }
             }
             rowBest[i] = best;
             rowAt[i] = at;
@@ -328,6 +321,33 @@ void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
     parallelOverSlots(0, n, [&](size_t r) {
         combineNearest(r, n, blocks, start.data(), columnBest.get(), columnAt.get(), rowBest.get(), rowAt.get(), none, nnidx, nndist);
     });
+}
+
+// The same on a condensed matrix, read in place.
+template <class T>
+void initialNeighbours(const T* y, size_t n, uint64_t* nnidx, T* nndist) {
+    blockedNeighbours<T>(n, nnidx, nndist, [y, n](size_t i, size_t s0, size_t, T*) {
+        return y + condensedRowStart(i, n) + (s0 - i - 1);
+    });
+}
+
+// The merge of step k by the neighbour lists: the active slot s >= k with
+// the least nearest-neighbour distance (the last of equals) and its
+// neighbour, as lo < hi, and the merge value x. False when every value is NaN.
+template <class T>
+bool nextListMerge(const T* nndist, const uint64_t* nnidx, size_t k, size_t n, size_t& lo, size_t& hi, T& x) {
+    x = std::numeric_limits<T>::infinity();
+    size_t i = n;
+    for (size_t s = k; s < n; ++s)
+        if (x >= nndist[s]) {
+            x = nndist[s];
+            i = s;
+        }
+    if (i == n) return false;
+    const size_t j = size_t(nnidx[i]);
+    lo = std::min(i, j);
+    hi = std::max(i, j);
+    return true;
 }
 
 // Book-keeping shared by both algorithms for the merge of lo < hi at step k:

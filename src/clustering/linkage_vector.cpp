@@ -102,49 +102,6 @@ void distancesInParallel(const Columns<T>& cols, size_t c, size_t from, size_t t
                       tbb::auto_partitioner());
 }
 
-// Every slot's nearest neighbour as a scan of each slot over all others in
-// ascending order finds it, with each pair's distance computed once: rows of
-// the triangle fall into a fixed number of blocks, independent of the thread
-// count, each keeping the best of its rows for every slot; the blocks then
-// combine in ascending order by the scan's rule (a later equal value wins).
-template <class T>
-void firstNeighbours(const Columns<T>& cols, size_t n, uint64_t* nnidx, T* nndist) {
-    constexpr size_t kBlocks = 16, kPiece = 64;
-    const uint64_t none = noSlot(n);
-    const size_t blocks = std::min(kBlocks, n);
-    const std::vector<size_t> start = rowBlocks(n, blocks);
-    const T inf = std::numeric_limits<T>::infinity();
-    HostScratch<T> columnBest(blocks * n), rowBest(n);
-    HostScratch<uint64_t> columnAt(blocks * n), rowAt(n);
-    tbb::parallel_for(tbb::blocked_range<size_t>(0, blocks, 1), [&](const tbb::blocked_range<size_t>& range) {
-        T piece[kPiece];
-        for (size_t b = range.begin(); b != range.end(); ++b) {
-            T* cBest = columnBest.get() + b * n;
-            uint64_t* cAt = columnAt.get() + b * n;
-            std::fill(cBest, cBest + n, inf);
-            std::fill(cAt, cAt + n, none);
-            for (size_t i = start[b]; i < start[b + 1]; ++i) {
-                T best = inf;
-                uint64_t at = none;
-                for (size_t s0 = i + 1; s0 < n; s0 += kPiece) {
-                    const size_t s1 = std::min(n, s0 + kPiece);
-                    cols.distancesFrom(i, s0, s1, piece);
-                    for (size_t s = s0; s < s1; ++s) {
-                        const T v = piece[s - s0];
-                        if (best >= v) best = v, at = s;
-                        if (cBest[s] >= v) cBest[s] = v, cAt[s] = i;
-                    }
-                }
-                rowBest[i] = best;
-                rowAt[i] = at;
-            }
-        }
-    }, tbb::auto_partitioner());
-    for (size_t r = 0; r < n; ++r) {
-        combineNearest(r, n, blocks, start.data(), columnBest.get(), columnAt.get(), rowBest.get(), rowAt.get(), none, nnidx, nndist);
-    }
-}
-
 template <class T, LinkageMethod M>
 void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
     HostScratch<uint64_t> nnIndex(n);
@@ -153,7 +110,10 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
     T* nndist = nnDist.get();
     const uint64_t none = noSlot(n);
 
-    firstNeighbours(cols, n, nnidx, nndist);
+    blockedNeighbours<T>(n, nnidx, nndist, [&cols](size_t i, size_t s0, size_t s1, T* buffer) {
+        cols.distancesFrom(i, s0, s1, buffer);
+        return static_cast<const T*>(buffer);
+    });
     HostScratch<T> fromHi(n);
 
     // A fresh search of slot r over from .. n-1; safe on any thread: it
@@ -175,10 +135,8 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
 
     for (size_t k = 0; k + 1 < n; ++k) {
         T x;
-        const size_t i = closestSlot(nndist, k, n, x);
-        if (i == n) return joinRemaining(k, n, labels, out);
-        const size_t j = size_t(nnidx[i]);
-        const size_t lo = i < j ? i : j, hi = i < j ? j : i;
+        size_t lo, hi;
+        if (!nextListMerge(nndist, nnidx, k, n, lo, hi, x)) return joinRemaining(k, n, labels, out);
         uint64_t na, nb;
         recordMerge(k, lo, hi, std::sqrt(x), n, labels, sizes, out, na, nb);
         mergeColumns<T, M>(cols, lo, hi, na, nb);

@@ -13,4 +13,9 @@ constexpr size_t condensedIndex(size_t i, size_t j, size_t n) {
     return condensedRowStart(i, n) + (j - i - 1);
 }
 
+// Index of the pair {a, b}, a != b, in either order.
+constexpr size_t condensedPairIndex(size_t a, size_t b, size_t n) {
+    return a < b ? condensedIndex(a, b, n) : condensedIndex(b, a, n);
+}
+
 }  // namespace zv::distance
