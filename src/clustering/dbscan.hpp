@@ -112,7 +112,7 @@ private:
     bool expand(size_t i, double clusterId) {
         const DbscanMarks& marks = density_.marks;
         density_(i, seeds_);
-        if (T(seeds_.size()) < density_.minpts) {
+        if (!density_.dense(seeds_)) {
             marks.setLabel(i, kNoise);
             return false;
         }

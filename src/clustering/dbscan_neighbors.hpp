@@ -68,8 +68,7 @@ struct DistanceNeighbors {
         matrix::unique_nd_ptr distances = source(i);
         if (distances) {
             const size_t count = std::min(n, ndGetNumberOfElements(distances.get()));
-            if (ndGetClassID(distances.get()) == ndDOUBLE_CLASS) within(dataOf<const double>(distances.get()), count, i, out);
-            else if (ndGetClassID(distances.get()) == ndSINGLE_CLASS) within(dataOf<const float>(distances.get()), count, i, out);
+            visitRealData(distances.get(), [&](const auto* d) { within(d, count, i, out); });
         }
         out.push_back(i);
     }

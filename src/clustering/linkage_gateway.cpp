@@ -36,9 +36,7 @@ void copyCondensed(const ndArray* from, size_t available, T* to, size_t count, b
             to[i] = square ? v * v : v;
         }
     };
-    if (from && ndGetClassID(from) == ndSINGLE_CLASS) put(zv::dataOf<const float>(from));
-    else if (from && ndGetClassID(from) == ndDOUBLE_CLASS) put(zv::dataOf<const double>(from));
-    else std::fill(to, to + have, std::numeric_limits<T>::quiet_NaN());
+    if (!zv::visitRealData(from, put)) std::fill(to, to + have, std::numeric_limits<T>::quiet_NaN());
     std::fill(to + have, to + count, std::numeric_limits<T>::quiet_NaN());
 }
 

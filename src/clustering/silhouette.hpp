@@ -72,6 +72,12 @@ private:
     std::vector<size_t> index_;
 };
 
+// The divisor of the own cluster's mean: its other members, at least 1.
+template <class T>
+T ownClusterDivisor(T count) {
+    return count - T(1) >= T(1) ? count - T(1) : T(1);
+}
+
 // Cluster k (from 0) of a point with distances d and own cluster `own` (from
 // 1, a double): the own cluster adds to `within` over count - 1 members (at
 // least 1) and marks `between` infinite; another adds to `between` over its
@@ -81,7 +87,7 @@ template <class T, class Members>
 void addClusterMean(const Members& members, size_t k, T count, double own, const T* d, T& within, T& between) {
     T sum = 0;
     if (double(k + 1) == own) {
-        const T denom = count - T(1) >= T(1) ? count - T(1) : T(1);
+        const T denom = ownClusterDivisor(count);
         members.forEachMember(k, [&](size_t j) { sum += d[j] / denom; });
         within += sum;
         between = std::numeric_limits<T>::infinity();
@@ -147,7 +153,7 @@ public:
         lanes_ = lanes;
         for (size_t k = 0; k < K_; ++k) {
             const T count = counts_[k];
-            const T ownDenom = count - T(1) >= T(1) ? count - T(1) : T(1);
+            const T ownDenom = ownClusterDivisor(count);
             alignas(32) T denom[Tile];
             for (size_t c = 0; c < Tile; ++c) {
                 isOwn_[k * Tile + c] = c < lanes && double(k + 1) == own[c];

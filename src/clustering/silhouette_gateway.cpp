@@ -19,13 +19,7 @@ template <class T>
 std::vector<T> valuesAs(const ndArray* a, size_t count, T missing) {
     std::vector<T> out(count, missing);
     const size_t have = std::min(count, ndGetNumberOfElements(a));
-    if (ndGetClassID(a) == ndDOUBLE_CLASS) {
-        const double* v = zv::dataOf<const double>(a);
-        for (size_t i = 0; i < have; ++i) out[i] = T(v[i]);
-    } else if (ndGetClassID(a) == ndSINGLE_CLASS) {
-        const float* v = zv::dataOf<const float>(a);
-        for (size_t i = 0; i < have; ++i) out[i] = T(v[i]);
-    }
+    zv::visitRealData(a, [&](const auto* v) { std::copy_n(v, have, out.begin()); });
     return out;
 }
 

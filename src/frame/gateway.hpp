@@ -92,6 +92,16 @@ T* dataOf(const ndArray* a) {
     return static_cast<T*>(ndGetData(a));
 }
 
+// Calls f with the data of a double or single array, as const double* or
+// const float*. False, without calling f, for a null array or another class.
+template <class F>
+bool visitRealData(const ndArray* a, F&& f) {
+    if (a && ndGetClassID(a) == ndDOUBLE_CLASS) f(dataOf<const double>(a));
+    else if (a && ndGetClassID(a) == ndSINGLE_CLASS) f(dataOf<const float>(a));
+    else return false;
+    return true;
+}
+
 template <class T>
 matrix::unique_nd_ptr createMatrix(size_t m, size_t n) {
     const size_t dims[2] = {m, n};
