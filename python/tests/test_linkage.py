@@ -136,16 +136,3 @@ def test_host_pdist2_from_each_row_to_one_row():
     for metric, scipy_metric in [("euclidean", "euclidean"), ("cit", "cityblock"), ("correlation", "correlation")]:
         (d,) = zvstats.call("probeCallFunction", 1, "pdist2", X, row, metric)
         np.testing.assert_allclose(np.ravel(d), cdist(X, row, scipy_metric).ravel(), rtol=1e-10, atol=1e-12)
-
-
-def test_identifiers():
-    y = pdist(X[:5])[None, :]
-    with pytest.raises(zvstats.HostError) as err:
-        zvstats.call("linkagebif", 1, y, "xx")
-    assert err.value.identifier == "stats:linkagebif:UnknownLinkageMethod"
-    with pytest.raises(zvstats.HostError) as err:
-        zvstats.call("linkagebif", 1, X, "single", [], True)
-    assert err.value.identifier == "stats:linkagebif:MemEffNotCeMeWa"
-    with pytest.raises(zvstats.HostError) as err:
-        zvstats.call("linkagebif", 1, X, "single", [1.0] * 50, None)
-    assert err.value.identifier == "stats:linkagebif:ToManyArgumentsForPDIST"

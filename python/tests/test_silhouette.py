@@ -69,19 +69,6 @@ def test_means_against_numpy():
             assert between[r, k] == pytest.approx(expected, rel=1e-13)
 
 
-def test_one_point_form_equals_the_row_of_the_data_form():
-    x, member, K = data_set(250, 6, 5, singletons=True)
-    within, between, counts = means(x, member, K)
-    mask = member[:, None] == np.arange(K)[None, :]
-    (d,) = zvstats.call("pdist2bif", 1, np.ascontiguousarray(x.T), np.ascontiguousarray(x.T), "euclidean",
-                        None, None, None, None)
-    for r in (0, 1, 2, 77, 249):
-        w, b = zvstats.call("silhouette", 2, d[:, r:r + 1].copy(), mask, counts, float(K), float(member[r] + 1))
-        assert w.shape == (1, 1) and b.shape == (1, K)
-        assert w[0, 0] == within[r]
-        assert np.array_equal(b[0], between[r])
-
-
 # The data form computes several points' distances at once; each point's
 # means are still those of the one-point form on its column of distances,
 # bit for bit, for every metric, both classes and a count of points that
