@@ -121,21 +121,6 @@ def test_natural_order_reorders_scipys_points(first, leap):
     assert_bits_equal(to_double(x), full[inverse_gray(index).astype(np.int64)])
 
 
-def test_continuing_the_general_path():
-    d = 4
-    v = direction_numbers(d)
-    for gray in (True, False):
-        whole = sequence(v, 3, 2, 40, gray)
-        tail = sequence(v, 3 + 20 * 3, 2, 20, gray, whole[19, :])
-        assert_bits_equal(tail, whole[20:])
-
-
-def test_nan_leap_takes_the_general_path_with_step_one():
-    d = 3
-    v = direction_numbers(d)
-    assert_bits_equal(sequence(v, 4, np.nan, 50, True), sequence(v, 4, 0, 50, True))
-
-
 def test_indexed_and_single_points():
     d = 8
     v = direction_numbers(d)
