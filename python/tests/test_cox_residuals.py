@@ -1,6 +1,5 @@
 # coxsresbif and coxmresbif against a plain numpy transcription of the event
 # walk, on data with and without ties, start-stop rows and frequencies.
-import math
 
 import numpy as np
 import pytest
@@ -171,58 +170,3 @@ def test_quirks_of_the_walk_against_the_transcription():
             np.testing.assert_allclose(score(*args, tie), ref_s, rtol=1e-11, atol=1e-11, equal_nan=True)
             np.testing.assert_allclose(martingale(args[0], *args[2:], tie)[0], ref_m, rtol=1e-11,
                                        atol=1e-13, equal_nan=True)
-
-
-def test_no_event_gives_zeros_and_empty_shapes():
-    rng = np.random.default_rng(1)
-    status, X, start, stop, w, risk = survival_data(rng, 20, 2, ties=True)
-    none = np.zeros(20, bool)
-    assert not score(none, X, start, stop, w, risk, 1).any()
-    assert not martingale(none, start, stop, w, risk, 1).any()
-    assert score(status, np.zeros((0, 20)), start, stop, w, risk, 1).shape == (0, 20)
-    e = np.zeros(0)
-    assert martingale(np.zeros(0, bool), e, e, e, e, 0).shape == (1, 0)
-
-
-def test_efron_two_tied_rows_of_equal_risk():
-    # Two events at t = 1, one row still at risk after them, all risks 1:
-    # R = 3, E = 2, the second Efron term has the denominator R - E/2 = 2.
-    status = np.array([True, True, False])
-    start, stop, w, risk = np.zeros(3), np.array([1.0, 1.0, 2.0]), np.ones(3), np.ones(3)
-    H = martingale(status, start, stop, w, risk, 1)[0]
-    g1 = 1 / 3 + 1 / 2
-    g2 = 1 / 3 + 0.5 * (1 / 2)
-    np.testing.assert_allclose(H, [g2, g2, g1], rtol=1e-15)
-    H0 = martingale(status, start, stop, w, risk, 0)[0]
-    np.testing.assert_allclose(H0, [2 / 3] * 3, rtol=1e-15)
-
-
-def test_identifiers_in_order():
-    status, v = np.array([True]), np.ones(1)
-
-    def ident(name, nout, *inputs):
-        with pytest.raises(zvstats.HostError) as e:
-            zvstats.call(name, nout, *inputs)
-        return e.value.identifier
-
-    s = [status, np.ones((1, 1)), v, v, v, v, 0.0]
-    assert ident("coxsresbif", 2, *s[:6]) == "stats:coxsresbif:TooFewInputs"
-    assert ident("coxsresbif", 2, *s) == "stats:coxsresbif:TooManyOutputs"
-    assert ident("coxsresbif", 1, v, *s[1:]) == "stats:coxsresbif:BadInputTypeLogical"
-    for k in range(1, 5):
-        bad = list(s)
-        bad[k] = bad[k].astype(np.float32)
-        bad[0] = v if k == 4 else status
-        expected = "BadInputTypeLogical" if k == 4 else "BadInputTypeDouble"
-        assert ident("coxsresbif", 1, *bad) == "stats:coxsresbif:" + expected
-        bad[0] = status
-        assert ident("coxsresbif", 1, *bad) == "stats:coxsresbif:BadInputTypeDouble"
-    # risk is not tested: single precision is read as doubles, not refused
-    m = [status, v, v, v, v, 0.0]
-    assert ident("coxmresbif", 2, *m[:5]) == "stats:coxmresbif:TooFewInputs"
-    assert ident("coxmresbif", 2, *m) == "stats:coxmresbif:TooManyOutputs"
-    assert ident("coxmresbif", 1, v, *m[1:]) == "stats:coxmresbif:BadInputTypeLogical"
-    for k in range(1, 4):
-        bad = list(m)
-        bad[k] = np.int32([1])
-        assert ident("coxmresbif", 1, *bad) == "stats:coxmresbif:BadInputTypeDouble"

@@ -1,7 +1,6 @@
 # haltonset::computeRR2Perm against a plain bit-string reversal, and picking a
 # base's permutation out of a table of power-of-two permutations.
 import numpy as np
-import pytest
 
 import zvstats
 
@@ -36,20 +35,3 @@ def test_table_selection_matches_the_computed_permutation():
     for b in (3, 11, 1500):
         (perm,) = zvstats.call("haltonset::computeRR2Perm", 1, float(b), table)
         assert perm.ravel().tolist() == reference(b)
-
-
-@pytest.mark.parametrize(
-    "args,identifier",
-    [
-        ([], "NumInputsComputeRR2Perm"),
-        ([2.0, [], 3.0], "NumInputsComputeRR2Perm"),
-        ([np.array([2.0, 3.0]), []], "OnlyOneBasePerm"),
-        ([5.0, [np.array([0.0, 1.0]), np.array([0.0, 1.0, 2.0, 3.0])]], "NoPermDataForBase"),
-        ([1.0, [np.array([0.0, 1.0])]], "NoPermDataForBase"),
-        ([3.0, [np.array([0.0, 1.0]), np.array([0.0, 5.0, 1.0])]], "NoPermDataForBase"),
-    ],
-)
-def test_identifiers(args, identifier):
-    with pytest.raises(zvstats.HostError) as e:
-        zvstats.call("haltonset::computeRR2Perm", 1, *args)
-    assert e.value.identifier == "stats:haltonset:" + identifier

@@ -121,21 +121,6 @@ def test_natural_order_reorders_scipys_points(first, leap):
     assert_bits_equal(to_double(x), full[inverse_gray(index).astype(np.int64)])
 
 
-def test_continuing_the_general_path():
-    d = 4
-    v = direction_numbers(d)
-    for gray in (True, False):
-        whole = sequence(v, 3, 2, 40, gray)
-        tail = sequence(v, 3 + 20 * 3, 2, 20, gray, whole[19, :])
-        assert_bits_equal(tail, whole[20:])
-
-
-def test_nan_leap_takes_the_general_path_with_step_one():
-    d = 3
-    v = direction_numbers(d)
-    assert_bits_equal(sequence(v, 4, np.nan, 50, True), sequence(v, 4, 0, 50, True))
-
-
 def test_indexed_and_single_points():
     d = 8
     v = direction_numbers(d)
@@ -192,40 +177,3 @@ def test_bit_matrix_round_trip():
     np.testing.assert_array_equal(bits, expected.astype(np.float64))
     (back,) = zvstats.call("sobolset::MatrixToDN", 1, bits)
     np.testing.assert_array_equal(back.ravel(), words)
-
-
-def test_convert_to_double_keeps_the_shape():
-    x = np.array([[0, 1], [2**52, 2**53 - 1], [2**64 - 1, 3]], dtype=np.uint64)
-    (y,) = zvstats.call("sobolset::convertToDouble", 1, x)
-    np.testing.assert_array_equal(y, x.astype(np.float64) * 2.0**-53)
-    (y,) = zvstats.call("sobolset::convertToDouble", 1, np.zeros((2, 3, 4), dtype=np.uint64))
-    assert y.shape == (2, 3, 4) and y.dtype == np.float64
-
-
-@pytest.mark.parametrize(
-    "name,args,identifier",
-    [
-        ("sobolset::computeDN", [[]], "NumInputsComputeDN"),
-        ("sobolset::computeDN", [[np.array([1.0])], np.array([3.0, 7.0])], "InputSizesComputeDN"),
-        ("sobolset::computeDN", [[np.array([1.0, 1.0])], np.array([3.0])], "InvalidInitialMValues"),
-        ("sobolset::computeDN", [[np.zeros((0, 0))], np.array([0.0])], "InvalidInitialMValues"),
-        ("sobolset::sobolSequenceBIF", [None] * 4, "NumInputsSobolSequence"),
-        ("sobolset::sobolSequenceBIF", [np.ones((2, 53)), 0.0, 0.0, 4.0, True], "InvalidDirectionNumbers"),
-        ("sobolset::sobolSequenceBIF", [np.ones((2, 53), np.uint64), 0.0, 0.0, 4.0, 1.0], "InvalidGrayCodeFlag"),
-        ("sobolset::sobolSequenceBIF", [np.ones((2, 53), np.uint64), 0.0, 0.0, 4.0, True, np.ones(2)], "InvalidLastX"),
-        ("sobolset::sobolIndexedBIF", [np.ones((2, 53), np.uint64), np.ones(3)], "NumInputsSobolIndexed"),
-        ("sobolset::sobolIndexedBIF", [np.ones((2, 53), np.uint64), np.ones(3), 1.0], "InvalidGrayCodeFlag"),
-        ("sobolset::sobolPoint", [np.ones((2, 53), np.uint64), 1.0], "NumInputsSobolPoint"),
-        ("sobolset::sobolPoint", [np.ones((2, 53)), 1.0, "x"], "InvalidDirectionNumbers"),
-        ("sobolset::sobolNetBIF", [np.ones((2, 53), np.uint64)], "NumInputsSobolNet"),
-        ("sobolset::sobolNetBIF", [np.ones((2, 53), np.uint64), 4.0, 0.0], "InvalidGrayCodeFlag"),
-        ("sobolset::convertToDouble", [], "NumInputsConvertToDouble"),
-        ("sobolset::convertToDouble", [np.ones(3)], "InputClassConvertToDouble"),
-        ("sobolset::matrixBitXorBIF", [np.ones((2, 3), np.uint64)], "NumInputsMatrixBitXor"),
-        ("sobolset::matrixBitXorBIF", [np.ones((2, 3), np.uint64), np.ones(2, np.uint64)], "InputSizesMatrixBitXor"),
-    ],
-)
-def test_identifiers(name, args, identifier):
-    with pytest.raises(zvstats.HostError) as e:
-        zvstats.call(name, 1, *args)
-    assert e.value.identifier == "stats:sobolset:" + identifier

@@ -74,34 +74,3 @@ def test_one_large_call_is_a_sample_without_replacement():
     # the first draws follow the weights: heavier halves come first
     first = idx[:5000]
     assert w[first].mean() > w[w > 0].mean()
-
-
-def test_default_stream_and_stream_object_agree():
-    w = np.arange(1.0, 201.0)
-    zvstats.seed(SEED)
-    a = wswor(w, 150)
-    b = wswor(zvstats.RandStream(SEED), w, 150)
-    assert np.array_equal(a, b)
-
-
-def test_documented_ends():
-    inf, nan = np.inf, np.nan
-    zvstats.seed(SEED)
-    out = wswor(np.array([1.0, inf, 2, inf, 3]), 5).ravel()
-    assert list(out[:2]) == [2, 4]                     # infinite weights first, in order
-    assert sorted(out[2:]) == [1, 3, 5]
-    with pytest.raises(zvstats.HostError) as e:
-        wswor(np.array([1.0, nan, 2]), 1)
-    assert e.value.identifier == "stats:datasample:NegativeWeight"
-    assert wswor(np.array([-3.0]), 1).tolist() == [[1.0]]  # one item: its weight is not read
-    assert wswor(np.array([1.0, 2]), 0).shape == (1, 0)
-    for args, ident in [
-        ((np.ones((2, 2)), 1), "InputWType"),
-        ((np.ones(3), 1.5), "InputKType"),
-        ((np.ones(3), 2.0**48), "OutputSize"),
-        ((np.ones(3), 4), "KTooLarge"),
-        ((np.array([1.0, 0, 0]), 2), "PosWeights"),
-    ]:
-        with pytest.raises(zvstats.HostError) as e:
-            wswor(*args)
-        assert e.value.identifier == "stats:datasample:" + ident

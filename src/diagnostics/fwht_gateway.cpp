@@ -1,5 +1,6 @@
 // rkeutils::fwhtbif: random trigonometric features of the rows of X through
 // structured Walsh-Hadamard products; the caller draws every random part.
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -18,12 +19,6 @@ template <class T>
 constexpr T kSqrt2 = T(1.4142135623730951);
 template <>
 constexpr float kSqrt2<float> = 1.4142135f;
-
-size_t floorLog2(size_t L) {
-    size_t logL = 0;
-    while ((L >> (logL + 1)) != 0) ++logL;
-    return logL;
-}
 
 // The values behind a parameter array, or, where the caller passed fewer than
 // `count`, a copy padded with `fill`, so that no block reads past the input.
@@ -74,7 +69,7 @@ void fwhtTyped(ndArray** outputs, const ndArray** inputs) {
     pr.m = m;
     pr.k = k;
     pr.L = L;
-    pr.logL = floorLog2(L);
+    pr.logL = L == 0 ? 0 : std::bit_width(L) - 1;
     pr.scale = std::sqrt(T(L)) * T(sigma) / kSqrt2<T>;
 
     // The counts are taken in unsigned 64 bits; a product that wraps is as

@@ -16,6 +16,7 @@ namespace ids = stats::datasample;
 template <class V>
 void widen(const ndArray* w, std::vector<double>& out) {
     const V* v = zv::dataOf<const V>(w);
+    out.resize(ndGetNumberOfElements(w));
     for (size_t i = 0; i < out.size(); ++i) out[i] = double(v[i]);
 }
 
@@ -33,15 +34,15 @@ const double* weightsAsDoubles(const ndArray* w, std::vector<double>& copy) {
     }
     switch (ndGetClassID(w)) {
     case ndDOUBLE_CLASS: return zv::dataOf<const double>(w);
-    case ndSINGLE_CLASS: copy.resize(n); widen<float>(w, copy); break;
-    case ndINT8_CLASS: copy.resize(n); widen<int8_t>(w, copy); break;
-    case ndUINT8_CLASS: copy.resize(n); widen<uint8_t>(w, copy); break;
-    case ndINT16_CLASS: copy.resize(n); widen<int16_t>(w, copy); break;
-    case ndUINT16_CLASS: copy.resize(n); widen<uint16_t>(w, copy); break;
-    case ndINT32_CLASS: copy.resize(n); widen<int32_t>(w, copy); break;
-    case ndUINT32_CLASS: copy.resize(n); widen<uint32_t>(w, copy); break;
-    case ndINT64_CLASS: copy.resize(n); widen<int64_t>(w, copy); break;
-    case ndUINT64_CLASS: copy.resize(n); widen<uint64_t>(w, copy); break;
+    case ndSINGLE_CLASS: widen<float>(w, copy); break;
+    case ndINT8_CLASS: widen<int8_t>(w, copy); break;
+    case ndUINT8_CLASS: widen<uint8_t>(w, copy); break;
+    case ndINT16_CLASS: widen<int16_t>(w, copy); break;
+    case ndUINT16_CLASS: widen<uint16_t>(w, copy); break;
+    case ndINT32_CLASS: widen<int32_t>(w, copy); break;
+    case ndUINT32_CLASS: widen<uint32_t>(w, copy); break;
+    case ndINT64_CLASS: widen<int64_t>(w, copy); break;
+    case ndUINT64_CLASS: widen<uint64_t>(w, copy); break;
     default: break;
     }
     return copy.data();

@@ -45,6 +45,14 @@ Survival randomSurvival(size_t n, size_t p, unsigned seed, bool ties, bool start
     return d;
 }
 
+// One predictor and unit frequencies: the shape of the cases worked by hand.
+Survival handCase(std::vector<uint8_t> status, std::vector<double> x, std::vector<double> start,
+                  std::vector<double> stop, std::vector<double> risk) {
+    Survival d{std::move(status), std::move(x), 1, std::move(start), std::move(stop), {}, std::move(risk)};
+    d.freq.assign(d.n(), 1.0);
+    return d;
+}
+
 CoxProblem problemOf(const Survival& d, CoxSums kind, double tie, std::vector<double>& out) {
     const size_t p = kind == CoxSums::Score ? d.p : 0;
     out.assign(std::max<size_t>(p, 1) * d.n(), 0.0);
@@ -108,14 +116,8 @@ struct Inputs {
 TEST(CoxResiduals, HandComputedEfronAndBreslowSums) {
     // Two events at t = 1 and a row at risk after them, risks 1, 1, 2; one
     // predictor x = 0, 1, 3. Risk set at t = 1: R = 4, tied E = 2, W = 2.
-    Survival d;
-    d.p = 1;
-    d.status = {1, 1, 0};
-    d.x = {0, 1, 3};
-    d.start = {0, 0, 0};
-    d.stop = {1, 1, 2};
-    d.freq = {1, 1, 1};
-    d.risk = {1, 1, 2};
+    Survival d = handCase(/*status*/ {1, 1, 0}, /*x*/ {0, 1, 3}, /*start*/ {0, 0, 0},
+                          /*stop*/ {1, 1, 2}, /*risk*/ {1, 1, 2});
     Inputs in(d, 1.0);
     auto H = zvhost::valuesOf<double>(zvhost::call(coxmresbif, 1, in.martingale())[0].get());
     // Efron: k = 0: a = 1/4; k = 1: f = 1/2, den = 4 - 1 = 3, a = 1/3.
@@ -203,14 +205,8 @@ TEST(CoxResiduals, GatewayUsesTheSweepOnSortedDataAndTheWalkOtherwise) {
 TEST(CoxResiduals, EventRowsNotAtRiskDoNotStallTheWalk) {
     // Every row starts at or after its stop; the event rows must still move
     // the walk on, and nobody is ever at risk.
-    Survival d;
-    d.p = 1;
-    d.status = {1, 1, 1, 0, 1};
-    d.x = {1, 2, 3, 4, 5};
-    d.start = {1, 2, 2, 4, 9};
-    d.stop = {1, 2, 2, 3, 5};
-    d.freq = {1, 1, 1, 1, 1};
-    d.risk = {1, 1, 1, 1, 1};
+    Survival d = handCase(/*status*/ {1, 1, 1, 0, 1}, /*x*/ {1, 2, 3, 4, 5}, /*start*/ {1, 2, 2, 4, 9},
+                          /*stop*/ {1, 2, 2, 3, 5}, /*risk*/ {1, 1, 1, 1, 1});
     for (double tie : {0.0, 1.0}) {
         Inputs in(d, tie);
         EXPECT_EQ(zvhost::valuesOf<double>(zvhost::call(coxsresbif, 1, in.score())[0].get()),
@@ -229,14 +225,8 @@ TEST(CoxResiduals, ScoreCursorMovesOnlyWithRowsAtRisk) {
     // Rows 0-2 share t = 2; row 1 starts at 2, so it is not at risk. The
     // cursor moves once for each row at risk (0, 2, 3) while stop[cursor] = 2,
     // so it still reaches row 3, past the group: one event.
-    Survival d;
-    d.p = 1;
-    d.status = {1, 0, 1, 0};
-    d.x = {1, 2, 3, 4};
-    d.start = {0, 2, 0, 0};
-    d.stop = {2, 2, 2, 3};
-    d.freq = {1, 1, 1, 1};
-    d.risk = {1, 1, 1, 1};
+    Survival d = handCase(/*status*/ {1, 0, 1, 0}, /*x*/ {1, 2, 3, 4}, /*start*/ {0, 2, 0, 0},
+                          /*stop*/ {2, 2, 2, 3}, /*risk*/ {1, 1, 1, 1});
     const auto walk = byWalk(d, CoxSums::Score, 0);
     // Event at t = 2: rows 0, 2, 3 at risk, R = 3, A = 8/3, G = 2/3.
     const double g = 2.0 / 3, a = 8.0 / 3;
@@ -257,14 +247,8 @@ TEST(CoxResiduals, EfronEventWithoutTiedRowsKeepsTheLastCorrections) {
     // Row 1's event is not at risk (start 5 after stop 2), so its event has
     // M = 0: no factor, and C, D stay those of the event before. Event 0:
     // R = 2, E = M = W = 1, A = 4: G1 = G2 = 1/2, C = D = 1.
-    Survival d;
-    d.p = 1;
-    d.status = {1, 1, 0};
-    d.x = {1, 0, 3};
-    d.start = {0, 5, 0};
-    d.stop = {1, 2, 3};
-    d.freq = {1, 1, 1};
-    d.risk = {1, 1, 1};
+    Survival d = handCase(/*status*/ {1, 1, 0}, /*x*/ {1, 0, 3}, /*start*/ {0, 5, 0},
+                          /*stop*/ {1, 2, 3}, /*risk*/ {1, 1, 1});
     const std::vector<double> expected{1 * 0.5 - 1, 0, (3 * 0.5 - 1) + (3 * 0 - 1)};
     EXPECT_EQ(byWalk(d, CoxSums::Score, 1), expected);
     EXPECT_EQ(bySweep(d, CoxSums::Score, 1), expected);

@@ -149,11 +149,4 @@ TEST(HaltonPermutation, FailedAllocationLeavesNothingBehind) {
     zvhost::failAllocationAt(0);
 }
 
-TEST(HaltonPermutation, SameResultOnOneAndTwoThreads) {
-    const Values b{3, 31, 257, 4099};
-    const auto one = zvtest::withThreads(1, [&] { return computed(b); });
-    const auto two = zvtest::withThreads(2, [&] { return computed(b); });
-    EXPECT_EQ(one, two);
-}
-
 }  // namespace
