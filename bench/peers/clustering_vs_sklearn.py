@@ -6,13 +6,11 @@ from our two outputs as the caller forms it).
 
     /usr/bin/python3 bench/peers/clustering_vs_sklearn.py [--build build] [--repeats 3]
 """
-import argparse
 import os
-import sys
 
 import numpy as np
 
-from peer_timing import best_wall_and_cpu as best_of
+from peer_timing import best_wall_and_cpu as best_of, binding_args
 
 
 def blobs(rng, n, p, k, spread):
@@ -22,12 +20,7 @@ def blobs(rng, n, p, k, spread):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
-    parser.add_argument("--repeats", type=int, default=3)
-    args = parser.parse_args()
-    sys.path.insert(0, os.path.join(args.build, "python"))
-    import zvstats
+    args, zvstats = binding_args()
     from sklearn.cluster import DBSCAN
     from sklearn.metrics import silhouette_samples
 

@@ -4,22 +4,15 @@ brute-force NearestNeighbors, a radius search against cdist <= r.
 
     /usr/bin/python3 bench/peers/pdist2_vs_peers.py [--build build] [--repeats 3]
 """
-import argparse
 import os
-import sys
 
 import numpy as np
 
-from peer_timing import best_of
+from peer_timing import best_of, binding_args
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
-    parser.add_argument("--repeats", type=int, default=3)
-    args = parser.parse_args()
-    sys.path.insert(0, os.path.join(args.build, "python"))
-    import zvstats
+    args, zvstats = binding_args()
     from scipy.spatial.distance import cdist
     from sklearn.neighbors import NearestNeighbors
 

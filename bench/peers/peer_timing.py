@@ -1,5 +1,24 @@
-"""What the peer scripts share: the best time of several runs."""
+"""What the peer scripts share: their command line and the best time of
+several runs."""
+import argparse
+import importlib
+import os
+import sys
 import time
+
+
+def binding_args(repeats=3, add=None):
+    """Parses --build (default: the tree's build/) and --repeats, and what
+    add(parser) adds; puts the build's binding first on the path and returns
+    the arguments and the zvstats module."""
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
+    parser.add_argument("--repeats", type=int, default=repeats)
+    if add:
+        add(parser)
+    args = parser.parse_args()
+    sys.path.insert(0, os.path.join(args.build, "python"))
+    return args, importlib.import_module("zvstats")
 
 
 def best_of(repeats, fn):

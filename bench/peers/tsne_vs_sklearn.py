@@ -13,12 +13,11 @@ disturbs less than wall time. "gateway s" leaves out the binding's copy of
 the inputs into host arrays (timed alone, and subtracted), which the host
 does not make: scikit-learn reads the numpy arrays in place.
 """
-import argparse
-import os
-import sys
 import time
 
 import numpy as np
+
+from peer_timing import binding_args
 
 
 def best_of_interleaved(repeats, *fns):
@@ -51,13 +50,7 @@ def blobs(n, d, rng):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
-    parser.add_argument("--repeats", type=int, default=5)
-    parser.add_argument("--threads", type=int, default=2)
-    args = parser.parse_args()
-    sys.path.insert(0, os.path.join(args.build, "python"))
-    import zvstats
+    args, zvstats = binding_args(5, lambda parser: parser.add_argument("--threads", type=int, default=2))
     from sklearn.manifold import _barnes_hut_tsne as bh
     from sklearn.neighbors import NearestNeighbors
 

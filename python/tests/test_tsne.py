@@ -1,5 +1,6 @@
-# tsnebhbif and tsnelossbif against an exact O(N^2) numpy gradient and
-# against scikit-learn's Barnes-Hut gradient and its error.
+# tsnebhbif and tsnelossbif against scikit-learn's Barnes-Hut gradient and
+# its error, and the loss against its loop in several dimensions. The exact
+# gradient, identifiers and empty inputs are pinned by the C++ suite.
 #
 # scikit-learn's _barnes_hut_tsne.gradient(val_P, Y, neighbors, indptr, forces,
 # angle, ...) writes forces = attractive - repulsive / sum_Q (the caller then
@@ -58,18 +59,6 @@ def exact(y, nb, p):
     dn = y[:, None, :] - y[nb]
     att = (p.astype(np.float64)[:, :, None] * dn / (1 + (dn ** 2).sum(-1))[:, :, None]).sum(1)
     return att, rep, z
-
-
-@pytest.mark.parametrize("d", [2, 3, 5])
-@pytest.mark.parametrize("dtype,rtol", [(np.float64, 1e-11), (np.float32, 3e-5)])
-def test_theta_zero_is_the_exact_gradient(d, dtype, rtol):
-    y, nb, p = problem(250, d, 8, d, dtype)
-    a, r, z = gradient(0.0, y, nb, p)
-    assert a.dtype == dtype and r.dtype == dtype
-    ea, er, ez = exact(y, nb, p)
-    assert z == pytest.approx(ez, rel=rtol)
-    np.testing.assert_allclose(r, er, rtol=0, atol=rtol * np.abs(er).max())
-    np.testing.assert_allclose(a, ea, rtol=0, atol=rtol * np.abs(ea).max())
 
 
 def sklearn_gradient(angle, y, nb, p):
@@ -143,26 +132,10 @@ def test_loss_with_fractional_counts_follows_the_loop():
     assert got == pytest.approx(loss_reference(y, nbf, counts, pf, 7.0), rel=1e-13)
 
 
-def test_single_precision_loss_and_no_points():
+def test_single_precision_loss_follows_the_loop():
     y, nb, p = problem(50, 2, 3, 6, np.float32)
     counts = np.full(50, 3.0)
     l32 = loss(y, (nb.ravel() + 1).astype(float), counts, p.ravel(), 2.0)
     assert isinstance(l32, np.float32)
     assert l32 == pytest.approx(loss_reference(y.astype(float), (nb.ravel() + 1).astype(float), counts,
                                                p.ravel().astype(float), 2.0), rel=1e-4)
-    empty = np.zeros((0, 2))
-    assert loss(empty, np.zeros(0), np.zeros(0), np.zeros(0), 1.0) == 0.0
-    _, _, z = gradient(0.5, empty, np.zeros((0, 3), int), np.zeros((0, 3)), center=[0, 0], half=[1, 1])
-    assert z == np.finfo(np.float64).tiny
-
-
-def test_identifiers():
-    with pytest.raises(zvstats.HostError) as e:
-        zvstats.call("tsnebhbif", 1, 0.5, np.zeros((2, 3)))
-    assert e.value.identifier == "stats:tsnebif:TooFewInputsGrad"
-    with pytest.raises(zvstats.HostError) as e:
-        zvstats.call("tsnelossbif", 2, np.zeros((2, 3)), np.zeros(0), np.zeros(3), np.zeros(0), 1.0)
-    assert e.value.identifier == "stats:tsnebif:TooManyOutputs"
-    with pytest.raises(zvstats.HostError) as e:
-        zvstats.call("tsnelossbif", 1, np.zeros((2, 3), np.int32), np.zeros(0), np.zeros(3), np.zeros(0), 1.0)
-    assert e.value.identifier == "stats:tsnebif:BadInputType"

@@ -94,16 +94,7 @@ struct PanelWalker {
 
     // Panel b of X, as ObservationPanels lays it out, into `out`.
     const T* regroup(size_t b, T* out) const {
-        constexpr size_t L = ObservationPanels<T>::kLanes;
-        const size_t first = b * L, lanes = nx - first < L ? nx - first : L;
-        const T* x = X + first * p;
-        if (lanes < L) {
-            for (size_t k = 0; k < p * L; ++k) out[k] = T(0);
-            for (size_t l = 0; l < lanes; ++l)
-                for (size_t k = 0; k < p; ++k) out[k * L + l] = x[l * p + k];
-            return out;
-        }
-        regroupPanel(x, p, out);
+        ObservationPanels<T>::regroup(X, nx, p, b, out);
         return out;
     }
 

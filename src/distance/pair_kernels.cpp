@@ -6,6 +6,7 @@
 #include <tbb/parallel_for.h>
 #include <tbb/scalable_allocator.h>
 
+#include <algorithm>
 #include <new>
 
 namespace zv::distance {
@@ -29,16 +30,18 @@ ObservationPanels<T> ObservationPanels<T>::build(const T* x, size_t n, size_t p)
     T* data = out.data.get();
     tbb::parallel_for(tbb::blocked_range<size_t>(0, out.numPanels, 1),
                       [=](const tbb::blocked_range<size_t>& r) {
-                          for (size_t b = r.begin(); b != r.end(); ++b) {
-                              T* panel = data + b * p * kLanes;
-                              for (size_t l = 0; l < kLanes; ++l) {
-                                  const size_t j = b * kLanes + l;
-                                  for (size_t k = 0; k < p; ++k)
-                                      panel[k * kLanes + l] = j < n ? x[j * p + k] : T(0);
-                              }
-                          }
+                          for (size_t b = r.begin(); b != r.end(); ++b) regroup(x, n, p, b, data + b * p * kLanes);
                       });
     return out;
+}
+
+template <class T>
+void ObservationPanels<T>::regroup(const T* x, size_t n, size_t p, size_t b, T* out) {
+    const size_t first = b * kLanes, lanes = n - first < kLanes ? n - first : kLanes;
+    if (lanes == kLanes) return regroupPanel(x + first * p, p, out);
+    std::fill_n(out, p * kLanes, T(0));
+    for (size_t l = 0; l < lanes; ++l)
+        for (size_t k = 0; k < p; ++k) out[k * kLanes + l] = x[(first + l) * p + k];
 }
 
 template <class T>

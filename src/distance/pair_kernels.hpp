@@ -21,6 +21,8 @@ struct ObservationPanels {
     size_t numPanels = 0;
 
     static ObservationPanels build(const T* x, size_t n, size_t p);
+    // Panel b of the n observations of x, as build lays it out, into out.
+    static void regroup(const T* x, size_t n, size_t p, size_t b, T* out);
     const T* panel(size_t b, size_t p) const { return data.get() + b * p * kLanes; }
 };
 

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <vector>
 
 namespace zv::embedding {
 
@@ -13,7 +12,6 @@ T tsneLoss(const Embedding<T>& y, const AffinityList<T>& P, double Z) {
     const size_t d = y.d;
     const int64_t N = int64_t(y.N), numEntries = int64_t(P.numEntries);
     const T z = T(Z);
-    std::vector<T> t(d);
     T L = 0;
     int64_t e = 0;
     for (size_t i = 0; i < y.N; ++i) {
@@ -31,8 +29,8 @@ T tsneLoss(const Embedding<T>& y, const AffinityList<T>& P, double Z) {
                 const T* yj = y.Y + size_t(j) * d;
                 T q = 1;
                 for (size_t k = 0; k < d; ++k) {
-                    t[k] = yi[k] - yj[k];
-                    q += t[k] * t[k];
+                    const T t = yi[k] - yj[k];
+                    q += t * t;
                 }
                 const T p = P.values[entry];
                 L += p * std::log(q * p * z);
