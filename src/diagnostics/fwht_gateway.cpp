@@ -24,7 +24,7 @@ constexpr float kSqrt2<float> = 1.4142135f;
 // `count`, a copy padded with `fill`, so that no block reads past the input.
 template <class V>
 const V* valuesOrPadded(const ndArray* a, size_t count, V fill, std::vector<V>& padded) {
-    const size_t stored = zv::storedBytes(a) / sizeof(V);
+    const size_t stored = zv::storedCount<V>(a);
     if (stored >= count) return zv::dataOf<const V>(a);
     padded.assign(count, fill);
     if (stored > 0) std::memcpy(padded.data(), ndGetData(a), stored * sizeof(V));

@@ -59,7 +59,7 @@ void pdist2Typed(int numOutputs, ndArray** outputs, int numInputs, const ndArray
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(inputs[3]) != ndGetClassID(xArg));
             pr.extra = zv::dataOf<const T>(inputs[3]);
-            pr.extraCount = zv::storedBytes(inputs[3]) / sizeof(T);
+            pr.extraCount = zv::storedCount<T>(inputs[3]);
         }
     }
 

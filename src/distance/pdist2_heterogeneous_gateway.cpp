@@ -31,9 +31,9 @@ void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
     problem.c = ndGetNumberOfElements(categoricalArg);
     problem.code = code.text.data();
     problem.yCount = ndGetNumberOfElements(yArg);
-    problem.fCount = zv::storedBytes(fArg) / sizeof(T);
-    problem.gCount = zv::storedBytes(gArg) / sizeof(T);
-    problem.categoricalCount = zv::storedBytes(categoricalArg) / sizeof(size_t);
+    problem.fCount = zv::storedCount<T>(fArg);
+    problem.gCount = zv::storedCount<T>(gArg);
+    problem.categoricalCount = zv::storedCount<size_t>(categoricalArg);
 
     auto d = zv::createMatrix<T>(problem.nx, problem.ny);
     problem.d = zv::dataOf<T>(d.get());

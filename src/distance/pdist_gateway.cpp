@@ -27,7 +27,7 @@ void pdistTyped(const ndArray** inputs, int numInputs, ndArray** outputs) {
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(extraArg) != ndGetClassID(xArg));
             problem.extra = zv::dataOf<const T>(extraArg);
-            problem.extraCount = zv::storedBytes(extraArg) / sizeof(T);
+            problem.extraCount = zv::storedCount<T>(extraArg);
         }
     }
 

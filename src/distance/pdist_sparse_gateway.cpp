@@ -34,7 +34,7 @@ ZV_EXPORT void pdistSparseBIF(ZV_GATEWAY_SIGNATURE) {
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(inputs[2]) != ndGetClassID(xArg));
             problem.extra = zv::dataOf<const double>(inputs[2]);
-            problem.extraCount = zv::storedBytes(inputs[2]) / sizeof(double);
+            problem.extraCount = zv::storedCount<double>(inputs[2]);
         }
     }
 

@@ -12,12 +12,6 @@ namespace ids = stats::tsnebif;
 using zv::embedding::AffinityList;
 using zv::embedding::Embedding;
 
-// Values of a T input, as many as it stores.
-template <class T>
-size_t valueCount(const ndArray* a) {
-    return zv::storedBytes(a) / sizeof(T);
-}
-
 template <class T>
 Embedding<T> embeddingOf(const ndArray* y) {
     return {zv::dataOf<const T>(y), ndGetN(y), ndGetM(y)};
@@ -28,14 +22,14 @@ AffinityList<T> affinitiesOf(const ndArray* neighbours, const ndArray* counts, c
                              const ndArray* starts) {
     AffinityList<T> P{};
     P.counts = zv::dataOf<const double>(counts);
-    P.numCounts = valueCount<double>(counts);
+    P.numCounts = zv::storedCount<double>(counts);
     if (starts) {
         P.starts = zv::dataOf<const double>(starts);
-        P.numStarts = valueCount<double>(starts);
+        P.numStarts = zv::storedCount<double>(starts);
     }
     P.neighbours = zv::dataOf<const double>(neighbours);
     P.values = zv::dataOf<const T>(values);
-    P.numEntries = std::min(valueCount<double>(neighbours), valueCount<T>(values));
+    P.numEntries = std::min(zv::storedCount<double>(neighbours), zv::storedCount<T>(values));
     return P;
 }
 
@@ -45,7 +39,7 @@ template <class T>
 std::vector<T> boxValues(const ndArray* a, size_t d) {
     std::vector<T> v(d, std::numeric_limits<T>::quiet_NaN());
     const T* p = zv::dataOf<const T>(a);
-    const size_t n = std::min(d, valueCount<T>(a));
+    const size_t n = std::min(d, zv::storedCount<T>(a));
     for (size_t k = 0; k < n; ++k) v[k] = p[k];
     return v;
 }

@@ -87,6 +87,12 @@ inline size_t storedBytes(const ndArray* a) {
     return count * elementBytes;
 }
 
+// How many values of T the stored bytes of `a` hold (see storedBytes).
+template <class T>
+size_t storedCount(const ndArray* a) {
+    return storedBytes(a) / sizeof(T);
+}
+
 template <class T>
 T* dataOf(const ndArray* a) {
     return static_cast<T*>(ndGetData(a));

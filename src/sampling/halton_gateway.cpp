@@ -10,7 +10,7 @@ namespace ids = stats::haltonset;
 // Bases are read as doubles and truncated to unsigned 32-bit integers; values
 // past what the array stores read as 0.
 uint32_t baseAt(const ndArray* bases, size_t i) {
-    const bool stored = i < zv::storedBytes(bases) / sizeof(double);
+    const bool stored = i < zv::storedCount<double>(bases);
     const double value = stored ? zv::dataOf<const double>(bases)[i] : 0.0;
     return zv::checked::truncateSaturated<uint32_t>(value);
 }
@@ -46,7 +46,7 @@ ndArray* permutationFromTable(const ndArray* bases, const ndArray* table) {
     auto perm = permutationArray(base);
     const bool complete = zv::sampling::permutationFromTable(
         base, usable ? zv::dataOf<const double>(source) : nullptr,
-        usable ? zv::storedBytes(source) / sizeof(double) : 0, zv::dataOf<double>(perm.get()));
+        usable ? zv::storedCount<double>(source) : 0, zv::dataOf<double>(perm.get()));
     zv::raiseIf<ids::NoPermDataForBase>(!complete);
     return matrix::to_host(std::move(perm));
 }

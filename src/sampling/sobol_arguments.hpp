@@ -12,7 +12,7 @@ namespace zv::sampling {
 // really holds are used, so a short or mistyped table reads nothing beyond it.
 inline DirectionTable directionTableOf(const ndArray* v) {
     const size_t d = ndGetM(v);
-    const size_t words = storedBytes(v) / sizeof(uint64_t);
+    const size_t words = storedCount<uint64_t>(v);
     return {dataOf<const uint64_t>(v), d, d == 0 ? 0 : std::min(kSobolBits, words / d)};
 }
 
@@ -23,9 +23,5 @@ inline ndArray* createOutput(ndArray** slot, size_t m, size_t n, ndClassID cls) 
     *slot = ndCreateNumericMatrix(m, n, cls, ndREAL);
     return *slot;
 }
-
-// Number of double values behind an argument read as doubles without a class
-// test; values past them are taken as 0.
-inline size_t storedDoubles(const ndArray* a) { return storedBytes(a) / sizeof(double); }
 
 }  // namespace zv::sampling

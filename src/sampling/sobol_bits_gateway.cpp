@@ -22,7 +22,7 @@ std::array<uint64_t, kSobolBits> initialValues(const ndArray* m, int degree) {
                                             ndGetNumberOfElements(m) != size_t(degree));
     std::array<uint64_t, kSobolBits> words{};
     const double* values = zv::dataOf<const double>(m);
-    const size_t count = std::min({size_t(degree), kSobolBits, zv::sampling::storedDoubles(m)});
+    const size_t count = std::min({size_t(degree), kSobolBits, zv::storedCount<double>(m)});
     for (size_t k = 0; k < count; ++k) words[k] = zv::checked::truncateSaturated<uint64_t>(values[k]);
     return words;
 }
@@ -48,7 +48,7 @@ ZV_EXPORT void computeDN(ZV_GATEWAY_SIGNATURE) {
     auto* v = zv::dataOf<uint64_t>(zv::sampling::createOutput(outputs, kSobolBits, dims, ndUINT64_CLASS));
     const bool isCell = ndGetClassID(mCells) == ndCELL_CLASS;
     const double* polynomialValues = zv::dataOf<const double>(polynomials);
-    const size_t polynomialCount = zv::sampling::storedDoubles(polynomials);
+    const size_t polynomialCount = zv::storedCount<double>(polynomials);
     for (size_t j = 0; j < dims; ++j) {
         const uint64_t polynomial =
             j < polynomialCount ? zv::checked::truncateSaturated<uint64_t>(polynomialValues[j]) : 0;
@@ -64,7 +64,7 @@ ZV_EXPORT void DNToMatrix(ZV_GATEWAY_SIGNATURE) {
     const ndArray* dn = inputs[0];
     const size_t n = ndGetNumberOfElements(dn);
     auto* bits = zv::dataOf<double>(zv::sampling::createOutput(outputs, n, n, ndDOUBLE_CLASS));
-    zv::sampling::wordsToBitMatrix(zv::dataOf<const uint64_t>(dn), zv::storedBytes(dn) / sizeof(uint64_t), bits, n);
+    zv::sampling::wordsToBitMatrix(zv::dataOf<const uint64_t>(dn), zv::storedCount<uint64_t>(dn), bits, n);
 }
 
 ZV_EXPORT void MatrixToDN(ZV_GATEWAY_SIGNATURE) {
@@ -73,7 +73,7 @@ ZV_EXPORT void MatrixToDN(ZV_GATEWAY_SIGNATURE) {
     const ndArray* matrix = inputs[0];
     const size_t n = ndGetM(matrix);
     auto* words = zv::dataOf<uint64_t>(zv::sampling::createOutput(outputs, n, 1, ndUINT64_CLASS));
-    zv::sampling::bitMatrixToWords(zv::dataOf<const double>(matrix), zv::sampling::storedDoubles(matrix), words, n);
+    zv::sampling::bitMatrixToWords(zv::dataOf<const double>(matrix), zv::storedCount<double>(matrix), words, n);
 }
 
 ZV_EXPORT void convertToDouble(ZV_GATEWAY_SIGNATURE) {
@@ -99,9 +99,9 @@ ZV_EXPORT void matrixBitXorBIF(ZV_GATEWAY_SIGNATURE) {
     zv::raiseIf<ids::InputSizesMatrixBitXor>(ndGetNumberOfElements(shift) != columns);
     outputs[0] = ndDuplicateArray(matrix);
     auto* out = zv::dataOf<uint64_t>(outputs[0]);
-    const size_t outWords = zv::storedBytes(outputs[0]) / sizeof(uint64_t);
+    const size_t outWords = zv::storedCount<uint64_t>(outputs[0]);
     const auto* s = zv::dataOf<const uint64_t>(shift);
-    const size_t shiftWords = zv::storedBytes(shift) / sizeof(uint64_t);
+    const size_t shiftWords = zv::storedCount<uint64_t>(shift);
     for (size_t j = 0; j < columns && j * rows < outWords; ++j) {
         const uint64_t w = j < shiftWords ? s[j] : 0;
         uint64_t* column = out + j * rows;

@@ -59,7 +59,7 @@ ZV_EXPORT void sobolIndexedBIF(ZV_GATEWAY_SIGNATURE) {
     const ndArray* indices = inputs[1];
     const size_t n = ndGetNumberOfElements(indices);
     const auto dirs = directionTableOf(inputs[0]);
-    zv::sampling::sobolIndexed(dirs, zv::dataOf<const double>(indices), zv::sampling::storedDoubles(indices),
+    zv::sampling::sobolIndexed(dirs, zv::dataOf<const double>(indices), zv::storedCount<double>(indices),
                                gray, pointOutput(outputs, n, dirs.d), n);
 }
 
