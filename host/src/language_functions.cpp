@@ -55,6 +55,12 @@ double valueAt(const ndArray* a, size_t i) {
                                              : static_cast<const double*>(ndGetData(a))[i];
 }
 
+// Writes v into element i of a double or single array.
+void setValueAt(ndArray* a, size_t i, double v) {
+    if (ndGetClassID(a) == ndSINGLE_CLASS) static_cast<float*>(ndGetData(a))[i] = float(v);
+    else static_cast<double*>(ndGetData(a))[i] = v;
+}
+
 // Rows of an n-by-p array as the columns of a p-by-n array of class cls.
 Owned observationsAsColumns(const ndArray* rows, ndClassID cls) {
     if (ndGetClassID(rows) != ndDOUBLE_CLASS && ndGetClassID(rows) != ndSINGLE_CLASS)
@@ -62,20 +68,13 @@ Owned observationsAsColumns(const ndArray* rows, ndClassID cls) {
     const size_t n = ndGetM(rows), p = ndGetN(rows);
     Owned cols(ndCreateNumericMatrix(p, n, cls, ndREAL));
     for (size_t i = 0; i < n; ++i)
-        for (size_t k = 0; k < p; ++k) {
-            const double v = valueAt(rows, i + k * n);
-            if (cls == ndSINGLE_CLASS) static_cast<float*>(ndGetData(cols.get()))[k + i * p] = float(v);
-            else static_cast<double*>(ndGetData(cols.get()))[k + i * p] = v;
-        }
+        for (size_t k = 0; k < p; ++k) setValueAt(cols.get(), k + i * p, valueAt(rows, i + k * n));
     return cols;
 }
 
 Owned arrayOf(const std::vector<double>& values, size_t m, size_t n, ndClassID cls) {
     Owned a(ndCreateNumericMatrix(m, n, cls, ndREAL));
-    for (size_t i = 0; i < values.size(); ++i) {
-        if (cls == ndSINGLE_CLASS) static_cast<float*>(ndGetData(a.get()))[i] = float(values[i]);
-        else static_cast<double*>(ndGetData(a.get()))[i] = values[i];
-    }
+    for (size_t i = 0; i < values.size(); ++i) setValueAt(a.get(), i, values[i]);
     return a;
 }
 
@@ -133,11 +132,7 @@ void normaliseColumns(ndArray* cols, bool centre) {
         }
         for (double x : v) norm += x * x;
         norm = std::sqrt(norm);
-        for (size_t k = 0; k < p; ++k) {
-            const double x = v[k] / norm;
-            if (ndGetClassID(cols) == ndSINGLE_CLASS) static_cast<float*>(ndGetData(cols))[k + i * p] = float(x);
-            else static_cast<double*>(ndGetData(cols))[k + i * p] = x;
-        }
+        for (size_t k = 0; k < p; ++k) setValueAt(cols, k + i * p, v[k] / norm);
     }
 }
 
