@@ -1,6 +1,7 @@
 // linkagebif through the host's call boundary: every method on the condensed
-// Euclidean distances of Gaussian points, and the memory-saving mode on the
-// points themselves. Items/s counts merges per second.
+// Euclidean distances of Gaussian points (single also on rounded, tied ones),
+// and the memory-saving mode on the points themselves. Items/s counts merges
+// per second.
 //   build/bin/linkage_bench [--benchmark_filter=Condensed/average]
 #include <benchmark/benchmark.h>
 
@@ -38,8 +39,12 @@ std::vector<double> condensedEuclidean(const std::vector<double>& x, size_t n) {
     return y;
 }
 
-void condensed(benchmark::State& state, const char* method, size_t n) {
-    const auto y = condensedEuclidean(normalData(kDims * n, 1), n);
+// `decimals` >= 0 rounds the distances, so that equal merge heights occur:
+// single linkage then runs the list algorithm instead of the spanning tree.
+void condensed(benchmark::State& state, const char* method, size_t n, int decimals = -1) {
+    auto y = condensedEuclidean(normalData(kDims * n, 1), n);
+    if (decimals >= 0)
+        for (double& v : y) v = std::round(v * std::pow(10.0, decimals)) / std::pow(10.0, decimals);
     auto ya = zvhost::matrixOf<double>(1, y.size(), std::span<const double>(y));
     auto code = zvhost::text(method);
     for (auto _ : state) {
@@ -68,6 +73,7 @@ constexpr size_t kVectorN = 20000;
 }  // namespace
 
 BENCHMARK_CAPTURE(condensed, single, "single", kCondensedN)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK_CAPTURE(condensed, single_tied, "single", kCondensedN, 2)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(condensed, complete, "complete", kCondensedN)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(condensed, average, "average", kCondensedN)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_CAPTURE(condensed, weighted, "weighted", kCondensedN)->Unit(benchmark::kMillisecond)->UseRealTime();
