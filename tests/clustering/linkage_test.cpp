@@ -75,14 +75,6 @@ std::vector<double> condensedOf(const std::vector<double>& x, size_t p, size_t n
     return y;
 }
 
-std::vector<double> randomNormal(size_t count, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::normal_distribution<double> normal;
-    std::vector<double> v(count);
-    for (auto& x : v) x = normal(gen);
-    return v;
-}
-
 TEST(Linkage, PointsOnALineByHand) {
     // Points 0, 1, 3, 7: pairs (0,1) (0,2) (0,3) (1,2) (1,3) (2,3).
     const std::vector<double> y{1, 3, 7, 2, 6, 4};
@@ -171,7 +163,7 @@ TEST(Linkage, SingleOnDistinctHeightsAgreesWithTheListAlgorithm) {
     // Continuous distances: every merge height differs, the case single
     // linkage serves from a spanning tree of the caller's vector.
     for (size_t n : {2u, 3u, 7u, 50u, 400u}) {
-        const auto y = condensedOf(randomNormal(3 * n, unsigned(n)), 3, n);
+        const auto y = condensedOf(zvtest::normals(3 * n, unsigned(n)), 3, n);
         const auto ref = zvtest::ReferenceLinkage(y, n, "si").run();
         expectSame(linkage(y, "si"), ref, "n=" + std::to_string(n));
         const std::vector<float> yf(y.begin(), y.end());
@@ -188,7 +180,7 @@ TEST(Linkage, SingleOnDistinctHeightsAgreesWithTheListAlgorithm) {
     expectSame(linkage(line, "si"), zvtest::ReferenceLinkage(line, 5, "si").run(), "line");
     // Tied tree heights, a duplicate point, -0, a negative value and an
     // infinity each take the list algorithm's rules.
-    auto y = condensedOf(randomNormal(3 * 30, 3), 3, 30);
+    auto y = condensedOf(zvtest::normals(3 * 30, 3), 3, 30);
     for (auto edit : {std::pair<size_t, double>{5, 0.0}, {5, -0.0}, {9, -1.0}, {9, kInf}}) {
         auto v = y;
         v[edit.first] = edit.second;
@@ -199,7 +191,7 @@ TEST(Linkage, SingleOnDistinctHeightsAgreesWithTheListAlgorithm) {
         for (size_t k = 0; k < 29; ++k) EXPECT_EQ(std::signbit(z[58 + k]), std::signbit(ref[58 + k])) << k;
     }
     // Many rows: the component pass is parallel.
-    const auto big = condensedOf(randomNormal(4 * 1500, 21), 4, 1500);
+    const auto big = condensedOf(zvtest::normals(4 * 1500, 21), 4, 1500);
     const auto one = zvtest::withThreads(1, [&] { return linkage(big, "si"); });
     expectSame(one, zvtest::ReferenceLinkage(big, 1500, "si").run(), "n=1500");
     expectSame(one, zvtest::withThreads(2, [&] { return linkage(big, "si"); }), "1 vs 2 threads");
@@ -255,7 +247,7 @@ TEST(Linkage, MemorySavingAgreesWithCondensedCentroidAndMedian) {
     zvtest::LeakCheck leaks;
     for (size_t n : {2u, 7u, 60u, 150u}) {
         const size_t p = 3;
-        const auto x = randomNormal(p * n, unsigned(n));
+        const auto x = zvtest::normals(p * n, unsigned(n));
         const auto y = condensedOf(x, p, n);
         for (const std::string m : {"ce", "me"}) {
             const auto zv = memorySaving(x, p, n, m);
@@ -301,7 +293,7 @@ TEST(Linkage, DataThroughTheHostsPdist) {
     zvtest::useLinkedGateways();
     zvtest::LeakCheck leaks;
     const size_t n = 25, p = 3;
-    const auto x = randomNormal(p * n, 3);  // p-by-n
+    const auto x = zvtest::normals(p * n, 3);  // p-by-n
     std::vector<double> rows(n * p);        // n-by-p, observations as rows
     for (size_t i = 0; i < n; ++i)
         for (size_t k = 0; k < p; ++k) rows[i + k * n] = x[k + i * p];

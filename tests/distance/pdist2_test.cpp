@@ -35,14 +35,6 @@ Inputs inputs(size_t p, size_t nx, size_t ny, const std::vector<double>& x, cons
     return in;
 }
 
-std::vector<double> randomData(size_t count, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::normal_distribution<double> normal;
-    std::vector<double> v(count);
-    for (auto& x : v) x = normal(gen);
-    return v;
-}
-
 std::vector<double> values(const Owned& a) { return zvhost::valuesOf<double>(a.get()); }
 
 TEST(Pdist2, FullMatrixIsColumnMajorOverY) {
@@ -94,7 +86,7 @@ TEST(Pdist2, RadiusIncludesItsBoundaryInEveryMetric) {
 }
 
 TEST(Pdist2, RadiusSortFlagAndSelfHits) {
-    const auto x = randomData(3 * 40, 3);
+    const auto x = zvtest::normals(3 * 40, 3);
     auto in = inputs(3, 40, 40, x, x, "euc", kNaN, 0);
     auto out = zvhost::call(pdist2bif, 2, in.list());
     for (size_t j = 0; j < 40; ++j)  // radius 0 finds each point itself
@@ -187,7 +179,7 @@ TEST(Pdist2, Identifiers) {
 }
 
 TEST(Pdist2, ModesAgreeAndDoNotDependOnTheThreadCount) {
-    const auto x = randomData(6 * 300, 8), y = randomData(6 * 70, 9);
+    const auto x = zvtest::normals(6 * 300, 8), y = zvtest::normals(6 * 70, 9);
     for (const char* code : {"euc", "cit", "min", "ham", "jac", "che", "mah"}) {
         auto in = inputs(6, 300, 70, x, y, code);
         if (std::string(code) == "mah") {
@@ -212,7 +204,7 @@ TEST(Pdist2, ModesAgreeAndDoNotDependOnTheThreadCount) {
 }
 
 TEST(Pdist2, InterruptFromAWorkerReachesTheCallerWithNothingLeaked) {
-    const auto x = randomData(4 * 3000, 1);
+    const auto x = zvtest::normals(4 * 3000, 1);
     for (double count : {kNaN, 5.0}) {
         auto in = inputs(4, 3000, 3000, x, x, "euc", count);
         zvtest::LeakCheck leaks;
@@ -223,7 +215,7 @@ TEST(Pdist2, InterruptFromAWorkerReachesTheCallerWithNothingLeaked) {
 }
 
 TEST(Pdist2, NestedEntryPointRunsInsideWorkersWithTheGivenHandle) {
-    const auto x = randomData(3 * 200, 2);
+    const auto x = zvtest::normals(3 * 200, 2);
     auto in = inputs(3, 200, 1, x, {0, 0, 0}, "euc", 4);
     auto reference = values(zvhost::call(pdist2bif, 1, in.list())[0]);
     const auto handle = hostGetInterruptStateData();

@@ -39,15 +39,6 @@ std::vector<T> reference(const std::vector<T>& x, size_t p, size_t n, Step step,
     return y;
 }
 
-template <class T>
-std::vector<T> randomData(size_t count, unsigned seed) {
-    std::mt19937 gen(seed);
-    std::normal_distribution<double> normal;
-    std::vector<T> x(count);
-    for (auto& v : x) v = T(normal(gen));
-    return x;
-}
-
 using zvtest::expectBitEqual;
 
 TEST(Pdist, HandComputedPairUnderEveryMetric) {
@@ -82,8 +73,8 @@ TEST(Pdist, BitIdenticalToAscendingSumsAcrossPanelsAndTails) {
     // n is not a multiple of the panel width, so rows start and end mid-panel.
     for (size_t p : {0u, 1u, 3u, 17u, 64u}) {
         const size_t n = 75;
-        const auto x = randomData<double>(p * n, unsigned(p + 1));
-        const auto xf = randomData<float>(p * n, unsigned(p + 1));
+        const auto x = zvtest::normals<double>(p * n, unsigned(p + 1));
+        const auto xf = zvtest::normals<float>(p * n, unsigned(p + 1));
         auto sq = [](auto a, auto u, auto v, size_t) { auto d = u - v; return a + d * d; };
         auto ab = [](auto a, auto u, auto v, size_t) { return a + std::abs(u - v); };
         auto mx = [](auto a, auto u, auto v, size_t) { auto d = std::abs(u - v); return d > a ? d : a; };
@@ -104,7 +95,7 @@ TEST(Pdist, BitIdenticalToAscendingSumsAcrossPanelsAndTails) {
 }
 
 TEST(Pdist, MinkowskiSinglePrecisionRoundsEachPowerToFloat) {
-    const auto x = randomData<float>(5 * 9, 3);
+    const auto x = zvtest::normals<float>(5 * 9, 3);
     Owned e = zvhost::scalar(2.5);
     auto step = [](float a, float u, float v, size_t) {
         return a + float(std::pow(double(std::abs(u - v)), 2.5));
@@ -209,7 +200,7 @@ TEST(Pdist, OutputLimitIsTestedBeforeAllocation) {
 }
 
 TEST(Pdist, ResultsDoNotDependOnTheThreadCount) {
-    const auto x = randomData<double>(20 * 300, 11);
+    const auto x = zvtest::normals<double>(20 * 300, 11);
     Owned e = zvhost::scalar(1.5);
     for (const char* code : {"euc", "cit", "che", "ham", "jac", "min"}) {
         auto one = zvtest::withThreads(1, [&] { return pdist(x, 20, 300, code, e.get()); });
@@ -222,7 +213,7 @@ TEST(Pdist, BaselineAndAvx2KernelsAgreeBitForBit) {
     if (!__builtin_cpu_supports("avx2")) GTEST_SKIP() << "no AVX2 here";
     using namespace zv::distance;
     const size_t n = 70, p = 9;
-    const auto x = randomData<double>(n * p, 5);
+    const auto x = zvtest::normals<double>(n * p, 5);
     const auto panels = ObservationPanels<double>::build(x.data(), n, p);
     std::vector<double> w(p, 0.5), a(n * (n - 1) / 2), b(a.size());
     for (auto metric : {PairMetric::Euclidean, PairMetric::SEuclidean, PairMetric::CityBlock,
@@ -236,7 +227,7 @@ TEST(Pdist, BaselineAndAvx2KernelsAgreeBitForBit) {
 }
 
 TEST(Pdist, InterruptFromAWorkerReachesTheCallerWithNothingLeaked) {
-    const auto x = randomData<double>(8 * 2000, 2);
+    const auto x = zvtest::normals<double>(8 * 2000, 2);
     Owned xa = zvhost::matrixOf<double>(8, 2000, std::span<const double>(x));
     for (const char* metric : {"euc", "jac", "cos"}) {
         Owned code = zvhost::text(metric);
@@ -251,7 +242,7 @@ TEST(Pdist, InterruptFromAWorkerReachesTheCallerWithNothingLeaked) {
 }
 
 TEST(Pdist, MahalanobisScratchFailureBecomesItsOwnIdentifierWithTheByteCount) {
-    const auto x = randomData<double>(3 * 50, 4);
+    const auto x = zvtest::normals<double>(3 * 50, 4);
     Owned xa = zvhost::matrixOf<double>(3, 50, std::span<const double>(x));
     Owned code = zvhost::text("mah");
     Owned r = zvhost::matrixOf<double>(3, 3, {1, 0, 0, 0, 1, 0, 0, 0, 1});

@@ -5,6 +5,7 @@
 #include <tbb/global_control.h>
 
 #include <cmath>
+#include <random>
 #include <set>
 #include <string>
 #include <vector>
@@ -56,6 +57,16 @@ void expectBitEqual(const std::vector<T>& a, const std::vector<T>& b) {
         if (std::isnan(a[i]) && std::isnan(b[i])) continue;
         ASSERT_EQ(a[i], b[i]) << "at " << i;
     }
+}
+
+// count standard normal values (times scale) from a fixed seed, as T.
+template <class T = double>
+std::vector<T> normals(size_t count, unsigned seed, double scale = 1.0) {
+    std::mt19937 gen(seed);
+    std::normal_distribution<double> normal(0.0, scale);
+    std::vector<T> v(count);
+    for (auto& x : v) x = T(normal(gen));
+    return v;
 }
 
 // Runs f with TBB limited to `threads` workers.
