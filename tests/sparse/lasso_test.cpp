@@ -11,7 +11,6 @@
 namespace {
 
 using zvhost::Owned;
-using zvtest::raisedId;
 using namespace zvtest::lasso;
 
 template <class T>
@@ -319,9 +318,7 @@ TEST(LassoSweep, CountErrorsOutputsFirstAndZeroOutputsTouchNothing) {
     const auto p = handProblem();
     Owned X = zvhost::matrixOf<double>(2, 2, std::span<const double>(p.X));
     std::vector<const ndArray*> seven(7, X.get()), eleven(11, X.get());
-    auto id = [](int nout, const std::vector<const ndArray*>& in) {
-        return raisedId([&] { zvhost::call(lassoCoordDescentCycle, nout, in); });
-    };
+    const auto id = countErrorsOf(lassoCoordDescentCycle);
     EXPECT_EQ(id(4, seven), "zvhost:TooManyOutputs");
     EXPECT_EQ(id(4, eleven), "zvhost:TooManyOutputs");
     EXPECT_EQ(id(3, seven), "zvhost:TooFewInputs");
@@ -402,9 +399,7 @@ TEST(LassoCovarianceSweep, CountErrorsAndZeroOutputs) {
     zvtest::LeakCheck leaks;
     Owned a = zvhost::scalar(1);
     std::vector<const ndArray*> nine(9, a.get()), eleven(11, a.get());
-    auto id = [](int nout, const std::vector<const ndArray*>& in) {
-        return raisedId([&] { zvhost::call(lassoCoordDescentCycleWithCov, nout, in); });
-    };
+    const auto id = countErrorsOf(lassoCoordDescentCycleWithCov);
     EXPECT_EQ(id(3, nine), "zvhost:TooManyOutputs");
     EXPECT_EQ(id(2, nine), "zvhost:TooFewInputs");
     EXPECT_EQ(id(2, eleven), "zvhost:TooManyInputs");
@@ -466,9 +461,7 @@ TEST(LassoResidual, CountErrorsAndZeroOutputsLeaveStartVectorAlone) {
     Owned X = zvhost::matrixOf<double>(2, 2, {1, 1, 0, 2});
     Owned y = column<double>({3, 5}), b = column<double>({3.5, 0.5}), both = mask({true, true});
     Owned start = column<double>({3, 5});
-    auto id = [](int nout, const std::vector<const ndArray*>& in) {
-        return raisedId([&] { zvhost::call(lassoYminusXb, nout, in); });
-    };
+    const auto id = countErrorsOf(lassoYminusXb);
     const ndArray* a = X.get();
     EXPECT_EQ(id(2, {a, a, a}), "zvhost:TooManyOutputs");
     EXPECT_EQ(id(2, {a, a, a, a, a, a}), "zvhost:TooManyOutputs");
