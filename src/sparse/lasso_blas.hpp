@@ -33,10 +33,9 @@ void columnAxpy(size_t n, T alpha, const T* x, T* y) {
         blas::axpy(int(std::min(kBlasPiece, n - start)), alpha, x + start, 1, y + start, 1);
 }
 
-// Rows per task of the parallel residual update: a smaller piece costs more
-// to schedule than to compute, and a column of at most this many rows is
-// updated on the calling thread.
-inline constexpr size_t kSubtractGrain = 16384;
+// A column of at most this many rows is updated on the calling thread: a
+// parallel loop over it costs more to schedule than to compute.
+inline constexpr size_t kSerialSubtractRows = 16384;
 
 // r -= delta * column, row by row across the workers, in a context of its
 // own so that a failure elsewhere cannot cancel it half done. Each row is
@@ -44,17 +43,16 @@ inline constexpr size_t kSubtractGrain = 16384;
 // depend on the thread count.
 template <class T>
 void parallelSubtractScaled(size_t N, const T* column, T delta, T* r) {
-    auto rows = [=](size_t begin, size_t end) {
-        for (size_t i = begin; i != end; ++i) r[i] = r[i] - column[i] * delta;
-    };
-    if (N <= kSubtractGrain) {
-        rows(0, N);
+    if (N <= kSerialSubtractRows) {
+        for (size_t i = 0; i < N; ++i) r[i] = r[i] - column[i] * delta;
         return;
     }
     tbb::task_group_context context;
     tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, N, kSubtractGrain),
-        [&](const tbb::blocked_range<size_t>& range) { rows(range.begin(), range.end()); },
+        tbb::blocked_range<size_t>(0, N, 1),
+        [=](const tbb::blocked_range<size_t>& rows) {
+            for (size_t i = rows.begin(); i != rows.end(); ++i) r[i] = r[i] - column[i] * delta;
+        },
         tbb::auto_partitioner(), context);
 }
 
