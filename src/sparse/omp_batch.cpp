@@ -2,9 +2,6 @@
 // residual norm carried by the update with no residual vector.
 #include "sparse/omp_batch.hpp"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-
 #include <algorithm>
 #include <cmath>
 
@@ -55,16 +52,12 @@ BatchOMPSolver<T>::BatchOMPSolver(const OmpProblem<T>& problem)
         else if (M == 1)
             zv::blas::gemv("T", int(R), int(P), T(1), problem.X, int(R), problem.Y, 1, T(0), XtY, 1);
     }
+    // One square root per atom: too little work to share out.
     T* norms = atomNorms_.get();
-    tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, P, 1),
-        [&](const tbb::blocked_range<size_t>& range) {
-            for (size_t i = range.begin(); i != range.end(); ++i) {
-                const T gii = G[i + i * P];
-                norms[i] = gii > 0 ? std::sqrt(gii) : T(0);
-            }
-        },
-        tbb::auto_partitioner());
+    for (size_t i = 0; i < P; ++i) {
+        const T gii = G[i + i * P];
+        norms[i] = gii > 0 ? std::sqrt(gii) : T(0);
+    }
     computeXColNorms(R, M, problem.Y, responseNorms_.get(), true);
 }
 
