@@ -151,6 +151,22 @@ void BM_GlmSweep(benchmark::State& state) {
     setBytes(state, 3);
 }
 
+// A GLM sweep on a short design, as in each step of a logistic fit on a few
+// thousand rows: there the cost per column, not the bandwidth, decides.
+void BM_GlmSweepShort(benchmark::State& state) {
+    const size_t n = 2000, p = 200;
+    auto X = normalMatrix(n, p, 11), weightedX = normalMatrix(n, p, 12), z = normalMatrix(n, 1, 13);
+    auto b = normalMatrix(p, 1, 14, 0.1), xx = constant(p, double(n)), shrink = constant(p, 1.0);
+    auto active = allActive(p), threshold = zvhost::scalar(1e-6);
+    for (auto _ : state) {
+        auto out = zvhost::call(lassoglmCoordDescentCycleNoRecalc, 2,
+                                {X.get(), weightedX.get(), xx.get(), z.get(), b.get(), active.get(), shrink.get(),
+                                 threshold.get()});
+        benchmark::DoNotOptimize(out.data());
+    }
+    state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(3 * n * p * sizeof(double)));
+}
+
 void BM_WtimesX2(benchmark::State& state) {
     Data& d = data();
     auto w = constant(kRows, 0.5);
@@ -167,6 +183,7 @@ BENCHMARK(BM_SweepSameMatrix)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_CovarianceSweep)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_YminusXb)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_GlmSweep)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_GlmSweepShort)->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_WtimesX2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

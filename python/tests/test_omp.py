@@ -102,20 +102,6 @@ def test_single_precision_follows_double():
         np.testing.assert_allclose(coef32, coef64, rtol=1e-3, atol=1e-4)
 
 
-def test_the_two_forms_agree_and_runs_do_not_depend_on_parallelism():
-    rng = np.random.default_rng(9)
-    x = dictionary(rng, 48, 200)
-    y, _ = sparse_responses(rng, x, 300, 6, noise=0.05)
-    batch = omp("ompBatchImpl", x, y, 6, tolerance=1e-3)
-    chol = omp("ompCholImpl", x, y, 6, tolerance=1e-3)
-    np.testing.assert_array_equal(batch[1], chol[1])
-    np.testing.assert_allclose(batch[0], chol[0], rtol=1e-9, atol=1e-10)
-    for name, ref in (("ompBatchImpl", batch), ("ompCholImpl", chol)):
-        serial = omp(name, x, y, 6, tolerance=1e-3, parallel=0.0)
-        np.testing.assert_array_equal(serial[0], ref[0])
-        np.testing.assert_array_equal(serial[1], ref[1])
-
-
 @pytest.mark.parametrize("name", GATEWAYS)
 def test_group_limit_keeps_to_the_first_groups(name):
     rng = np.random.default_rng(10)
@@ -129,30 +115,3 @@ def test_group_limit_keeps_to_the_first_groups(name):
     # Without the limit the same pursuit goes further.
     _, free = omp(name, x, y, 8, groups=groups)
     assert np.count_nonzero(free > 0) > np.count_nonzero(support > 0)
-
-
-@pytest.mark.parametrize("name", GATEWAYS)
-def test_allocation_failure_in_a_worker(name):
-    rng = np.random.default_rng(11)
-    x = dictionary(rng, 10, 20)
-    y, _ = sparse_responses(rng, x, 50, 2)
-    zvstats.fail_allocation_at(3, "worker")
-    try:
-        with pytest.raises(zvstats.HostError) as e:
-            omp(name, x, y, 3)
-    finally:
-        zvstats.fail_allocation_at(0)
-    assert e.value.identifier == "stats:classreg:learning:omputils:omp:UnableToAllocateMemory"
-    assert e.value.args[0] > 0
-
-
-def test_rank_deficient_dictionary():
-    rng = np.random.default_rng(12)
-    x = dictionary(rng, 5, 12)
-    x[:, 3] = x[:, 0]
-    x[:, 7] = 0.0
-    y = rng.standard_normal((5, 20))
-    for name in GATEWAYS:
-        coef, support = omp(name, x, y, 12)
-        assert coef.shape == (12, 20) and support.shape == (12, 20)
-        assert np.all(support[0] >= 1)

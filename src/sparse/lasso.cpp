@@ -2,11 +2,6 @@
 // and the residual of a coefficient vector.
 #include "sparse/lasso.hpp"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-#include <tbb/partitioner.h>
-#include <tbb/task_group.h>
-
 #include <algorithm>
 
 #include "sparse/lasso_blas.hpp"

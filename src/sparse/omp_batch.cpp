@@ -2,12 +2,8 @@
 // residual norm carried by the update with no residual vector.
 #include "sparse/omp_batch.hpp"
 
-#include <tbb/blocked_range.h>
-#include <tbb/parallel_for.h>
-
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include "frame/blas.hpp"
 
@@ -56,16 +52,12 @@ BatchOMPSolver<T>::BatchOMPSolver(const OmpProblem<T>& problem)
         else if (M == 1)
             zv::blas::gemv("T", int(R), int(P), T(1), problem.X, int(R), problem.Y, 1, T(0), XtY, 1);
     }
+    // One square root per atom: too little work to share out.
     T* norms = atomNorms_.get();
-    tbb::parallel_for(
-        tbb::blocked_range<size_t>(0, P, 1),
-        [&](const tbb::blocked_range<size_t>& range) {
-            for (size_t i = range.begin(); i != range.end(); ++i) {
-                const T gii = G[i + i * P];
-                norms[i] = gii > 0 ? std::sqrt(gii) : T(0);
-            }
-        },
-        tbb::auto_partitioner());
+    for (size_t i = 0; i < P; ++i) {
+        const T gii = G[i + i * P];
+        norms[i] = gii > 0 ? std::sqrt(gii) : T(0);
+    }
     computeXColNorms(R, M, problem.Y, responseNorms_.get(), true);
 }
 
@@ -104,36 +96,19 @@ void BatchOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out)
     const T stopBelow = ynorm * problem_.tolerance;
     T residual = ynorm;
     size_t count = 0;
+    NextAtom<T> next;
     for (size_t k = 0;;) {
-        const size_t i = selectAtom(alpha, atomNorms, P);
-        if (used[i]) break;
-        const T g = problem_.groups[i];
-        const bool newGroup = !seen.contains(g);
-        if (newGroup && seen.size() == problem_.maxGroups) break;
-
+        if (!pickNextAtom(problem_, alpha, atomNorms, used, seen, next)) break;
+        const size_t i = next.atom;
         const T c = xty[i];
-        const T norm = atomNorms[i];
-        T prevDelta = 0, delta = 0;
-        if (k == 0) {
-            L[0] = norm;
-            gamma[0] = c / (norm * norm);
-            alphaI[0] = c;
-            delta = gamma[0] * c;
-        } else {
-            const int n = int(k);
+        // The squared residual norm falls by delta - prevDelta with each step.
+        T prevDelta = 0;
+        if (k > 0) {
             for (size_t m = 0; m < k; ++m) w[m] = G[selected[m] + i * P];
-            // A zero on the diagonal of L (a rank-deficient selection) makes
-            // trtrs return without solving; its status is deliberately ignored.
-            zv::blas::trtrs("U", "T", "N", n, 1, L, ldL, w, n);
-            const T d = norm * norm - zv::blas::dot(n, w, 1, w, 1);
-            std::copy(w, w + k, L + k * ldL);
-            L[k + k * ldL] = d > 0 ? std::sqrt(d) : T(0);
-            prevDelta = zv::blas::dot(n, gamma, 1, alphaI, 1);
-            alphaI[k] = c;
-            std::copy(alphaI, alphaI + k + 1, gamma);
-            zv::blas::potrs("U", n + 1, 1, L, ldL, gamma, n + 1);
-            delta = zv::blas::dot(n + 1, gamma, 1, alphaI, 1);
+            prevDelta = zv::blas::dot(int(k), gamma, 1, alphaI, 1);
         }
+        addSelectedAtom(k, atomNorms[i], c, w, L, ldL, alphaI, gamma);
+        const T delta = k == 0 ? gamma[0] * c : zv::blas::dot(int(k + 1), gamma, 1, alphaI, 1);
         std::copy(G + i * P, G + (i + 1) * P, GI + k * P);
         const T e = (residual * residual + prevDelta) - delta;
         residual = e > 0 ? std::sqrt(e) : T(0);
@@ -142,7 +117,7 @@ void BatchOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out)
         count = k + 1;
         std::copy(xty, xty + P, alpha);
         zv::blas::gemv("N", int(P), int(k + 1), T(-1), GI, int(P), gamma, 1, T(1), alpha, 1);
-        if (newGroup) seen.add(g);
+        if (next.newGroup) seen.add(next.group);
         if (residual < stopBelow) break;  // strict: a tolerance of 0 never stops here
         if (++k == problem_.maxAtoms) break;
     }

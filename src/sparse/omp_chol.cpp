@@ -54,53 +54,32 @@ void CholOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out) 
         if (R == 0) std::fill(to, to + P, T(0));
         else zv::blas::gemv("T", int(R), int(P), T(1), X, ldX, r, 1, T(0), to, 1);
     };
-    auto normOf = [&](const T* v) {
-        const T s = R == 0 ? T(0) : zv::blas::dot(int(R), v, 1, v, 1);
-        return s > 0 ? std::sqrt(s) : T(0);
-    };
-
     std::copy(y, y + R, r);
     correlate(xty);
     std::copy(xty, xty + P, alpha);
-    const T ynorm = normOf(y);
+    const T ynorm = vectorNorm(R, y);
     const T stopBelow = ynorm * problem_.tolerance;
     std::fill(used, used + P, false);
     size_t count = 0;
+    NextAtom<T> next;
     for (size_t k = 1;; ++k) {
-        const size_t i = selectAtom(alpha, atomNorms, P);
-        if (used[i]) break;
-        const T g = problem_.groups[i];
-        const bool newGroup = !seen.contains(g);
-        if (newGroup && seen.size() == problem_.maxGroups) break;
-
+        if (!pickNextAtom(problem_, alpha, atomNorms, used, seen, next)) break;
+        const size_t i = next.atom;
         const T* x = X + i * R;
-        const T norm = atomNorms[i];
-        if (k == 1) {
-            L[0] = norm;
-            gamma[0] = xty[i] / (norm * norm);
-            alphaI[0] = xty[i];
-        } else {
-            const int n = int(k - 1);
+        const size_t n = k - 1;  // atoms selected before this one
+        if (n > 0) {
             if (R == 0) std::fill(w, w + n, T(0));
-            else zv::blas::gemv("T", int(R), n, T(1), XI, ldX, x, 1, T(0), w, 1);
-            // A zero on the diagonal of L (a rank-deficient selection) makes
-            // trtrs return without solving; its status is deliberately ignored.
-            zv::blas::trtrs("U", "T", "N", n, 1, L, ldL, w, n);
-            const T d = norm * norm - zv::blas::dot(n, w, 1, w, 1);
-            std::copy(w, w + n, L + n * ldL);
-            L[n + n * ldL] = d > 0 ? std::sqrt(d) : T(0);
-            alphaI[n] = xty[i];
-            std::copy(alphaI, alphaI + k, gamma);
-            zv::blas::potrs("U", int(k), 1, L, ldL, gamma, int(k));
+            else zv::blas::gemv("T", int(R), int(n), T(1), XI, ldX, x, 1, T(0), w, 1);
         }
-        std::copy(x, x + R, XI + (k - 1) * R);
+        addSelectedAtom(n, atomNorms[i], xty[i], w, L, ldL, alphaI, gamma);
+        std::copy(x, x + R, XI + n * R);
         std::copy(y, y + R, r);
         if (R > 0) zv::blas::gemv("N", int(R), int(k), T(-1), XI, ldX, gamma, 1, T(1), r, 1);
-        const T residual = normOf(r);
-        selected[k - 1] = i;
+        const T residual = vectorNorm(R, r);
+        selected[n] = i;
         used[i] = true;
         count = k;
-        if (newGroup) seen.add(g);
+        if (next.newGroup) seen.add(next.group);
         if (residual < stopBelow || k == problem_.maxAtoms) break;
         correlate(alpha);
     }

@@ -3,9 +3,9 @@
 // take the same eight inputs and give coefficients and the support.
 #include <algorithm>
 #include <climits>
-#include <cmath>
 #include <limits>
 
+#include "frame/double_else_single.hpp"
 #include "frame/gateway.hpp"
 #include "sparse/omp_arguments.hpp"
 #include "sparse/omp_batch.hpp"
@@ -78,8 +78,7 @@ template <template <class> class Solver>
 void ompGateway(int numOutputs, ndArray** outputs, int numInputs, const ndArray** inputs) {
     if (zv::fixedCountsSayReturn(numOutputs, kMaxOutputs, numInputs, kInputs, kInputs)) return;
     // The dictionary's class picks the precision: double, or single for anything else.
-    if (ndGetClassID(inputs[0]) == ndDOUBLE_CLASS) ompTyped<Solver, double>(numOutputs, outputs, inputs);
-    else ompTyped<Solver, float>(numOutputs, outputs, inputs);
+    zv::dispatchDoubleElseSingle(inputs[0], [&](auto tag) { ompTyped<Solver, decltype(tag)>(numOutputs, outputs, inputs); });
 }
 
 }  // namespace

@@ -2,9 +2,6 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
-#include <cmath>
-
-#include "frame/blas.hpp"
 #include "sparse/omp_pursuit.hpp"
 
 namespace featlearn::omp {
@@ -12,10 +9,7 @@ namespace featlearn::omp {
 template <class T>
 void computeXColNorms(size_t rows, size_t cols, const T* x, T* norms, bool parallel) {
     auto body = [=](const tbb::blocked_range<size_t>& range) {
-        for (size_t j = range.begin(); j != range.end(); ++j) {
-            const T s = rows == 0 ? T(0) : zv::blas::dot(int(rows), x + j * rows, 1, x + j * rows, 1);
-            norms[j] = s > 0 ? std::sqrt(s) : T(0);
-        }
+        for (size_t j = range.begin(); j != range.end(); ++j) norms[j] = vectorNorm(rows, x + j * rows);
     };
     if (cols == 0) return;
     if (parallel) tbb::parallel_for(tbb::blocked_range<size_t>(0, cols, 1), body, tbb::auto_partitioner());

@@ -7,8 +7,10 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 
+#include "frame/blas.hpp"
 #include "sparse/omp_block.hpp"
 
 namespace featlearn::omp {
@@ -69,6 +71,56 @@ private:
     T* seen_;
     size_t count_ = 0;
 };
+
+// The Euclidean norm of n values; without values it is 0, which BLAS may not return.
+template <class T>
+T vectorNorm(size_t n, const T* v) {
+    const T s = n == 0 ? T(0) : zv::blas::dot(int(n), v, 1, v, 1);
+    return s > 0 ? std::sqrt(s) : T(0);
+}
+
+// The next atom of a pursuit, or none when the best one is already used or
+// would open a group beyond the limit.
+template <class T>
+struct NextAtom {
+    size_t atom;
+    T group;
+    bool newGroup;
+};
+
+template <class T>
+bool pickNextAtom(const OmpProblem<T>& problem, const T* alpha, const T* atomNorms, const bool* used,
+                  const GroupSet<T>& seen, NextAtom<T>& next) {
+    next.atom = selectAtom(alpha, atomNorms, problem.numAtoms);
+    if (used[next.atom]) return false;
+    next.group = problem.groups[next.atom];
+    next.newGroup = !seen.contains(next.group);
+    return !(next.newGroup && seen.size() == problem.maxGroups);
+}
+
+// Adds an atom of norm `norm` and response correlation `c` to the n already
+// selected: extends the upper Cholesky factor L (leading dimension ldL) by one
+// column, and solves for the n + 1 coefficients gamma. For n > 0, w holds the
+// atom's Gram column with the selected atoms on entry and is overwritten.
+template <class T>
+void addSelectedAtom(size_t n, T norm, T c, T* w, T* L, int ldL, T* alphaI, T* gamma) {
+    if (n == 0) {
+        L[0] = norm;
+        gamma[0] = c / (norm * norm);
+        alphaI[0] = c;
+        return;
+    }
+    const int k = int(n);
+    // A zero on the diagonal of L (a rank-deficient selection) makes trtrs
+    // return without solving; its status is deliberately ignored.
+    zv::blas::trtrs("U", "T", "N", k, 1, L, ldL, w, k);
+    const T d = norm * norm - zv::blas::dot(k, w, 1, w, 1);
+    std::copy(w, w + n, L + n * ldL);
+    L[n + n * ldL] = d > 0 ? std::sqrt(d) : T(0);
+    alphaI[n] = c;
+    std::copy(alphaI, alphaI + n + 1, gamma);
+    zv::blas::potrs("U", k + 1, 1, L, ldL, gamma, k + 1);
+}
 
 // Column j of the outputs from the `count` selected atoms: coefficients at
 // their atoms, 1-based atoms in order of selection, -1 for the rest.

@@ -49,6 +49,13 @@ std::vector<T> normals(size_t count, unsigned seed, double scale = 1.0) {
 
 using zvtest::expectBitEqual;
 
+// For the count tests: id(nout, inputs) is the identifier that a call of f raises.
+inline auto countErrorsOf(void (*f)(int, ndArray**, int, const ndArray**)) {
+    return [f](int nout, const std::vector<const ndArray*>& in) {
+        return zvtest::raisedId([&] { zvhost::call(f, nout, in); });
+    };
+}
+
 template <class T>
 void expectNear(const std::vector<T>& a, const std::vector<T>& b, double relative) {
     ASSERT_EQ(a.size(), b.size());

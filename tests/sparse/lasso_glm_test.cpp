@@ -9,7 +9,6 @@
 namespace {
 
 using zvhost::Owned;
-using zvtest::raisedId;
 using namespace zvtest::lasso;
 
 template <class T>
@@ -187,9 +186,7 @@ TEST(LassoGlmSweep, SweepIsThreadIndependent) {
 TEST(LassoGlmSweep, CountErrorsOutputsFirstAndZeroOutputs) {
     zvtest::LeakCheck leaks;
     Owned a = zvhost::scalar(1);
-    auto id = [](int nout, const std::vector<const ndArray*>& in) {
-        return raisedId([&] { zvhost::call(lassoglmCoordDescentCycleNoRecalc, nout, in); });
-    };
+    const auto id = countErrorsOf(lassoglmCoordDescentCycleNoRecalc);
     std::vector<const ndArray*> seven(7, a.get()), nine(9, a.get());
     EXPECT_EQ(id(3, seven), "zvhost:TooManyOutputs");
     EXPECT_EQ(id(3, nine), "zvhost:TooManyOutputs");
@@ -236,9 +233,7 @@ TEST(LassoGlmWeightedSquares, EdgesThreadsAndCounts) {
     expectBitEqual(one, two);
     expectBitEqual(one, p.xx);  // the same ascending sums as the problem's own
     Owned a = zvhost::scalar(1);
-    auto id = [](int nout, const std::vector<const ndArray*>& in) {
-        return raisedId([&] { zvhost::call(lassoglmWtimesX2, nout, in); });
-    };
+    const auto id = countErrorsOf(lassoglmWtimesX2);
     EXPECT_EQ(id(2, {a.get()}), "zvhost:TooManyOutputs");
     EXPECT_EQ(id(1, {a.get(), a.get(), a.get()}), "zvhost:TooFewInputs");
     EXPECT_EQ(id(1, {a.get(), a.get(), a.get(), a.get(), a.get()}), "zvhost:TooManyInputs");
