@@ -38,16 +38,8 @@ inline std::vector<bool> maskValues(const ndArray* a) {
     return std::vector<bool>(p, p + ndGetNumberOfElements(a));
 }
 
-template <class T>
-std::vector<T> normals(size_t count, unsigned seed, double scale = 1.0) {
-    std::mt19937 gen(seed);
-    std::normal_distribution<double> normal(0.0, scale);
-    std::vector<T> v(count);
-    for (auto& x : v) x = T(normal(gen));
-    return v;
-}
-
 using zvtest::expectBitEqual;
+using zvtest::normals;
 
 // For the count tests: id(nout, inputs) is the identifier that a call of f raises.
 inline auto countErrorsOf(void (*f)(int, ndArray**, int, const ndArray**)) {
