@@ -17,32 +17,21 @@ holds it for the library):
 Timings are best of N wall-clock runs, the rivals taken in turn.
 """
 import argparse
-import json
 import os
-import subprocess
 import sys
 import warnings
 
 os.environ.setdefault("OPENBLAS_NUM_THREADS", "1")
 import numpy as np  # noqa: E402
 
-from peer_timing import best_of
+from peer_timing import benchmark_best, best_of
 
 
 def bench_times(bench, repeats):
     """Best real time of the sweep and of three dgemv passes in the benchmark binary."""
     if not os.access(bench, os.X_OK):
         return {}
-    out = subprocess.run([bench, "--benchmark_format=json", "--benchmark_filter=^(BM_SweepSameMatrix|BM_Gemv/3)",
-                          f"--benchmark_repetitions={repeats}"], check=True, capture_output=True, text=True).stdout
-    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
-    best = {}
-    for b in json.loads(out)["benchmarks"]:
-        if b.get("run_type") != "iteration":
-            continue
-        key = b["run_name"].split("/real_time")[0]
-        best[key] = min(best.get(key, float("inf")), b["real_time"] * scale[b["time_unit"]])
-    return best
+    return benchmark_best(bench, "^(BM_SweepSameMatrix|BM_Gemv/3)", repeats)
 
 
 def main():

@@ -20,10 +20,8 @@ in turn, so that a busy machine slows both alike.
 """
 
 import argparse
-import json
 import os
 import platform
-import subprocess
 import sys
 import time
 
@@ -32,6 +30,8 @@ import scipy
 import scipy.sparse as sp
 import sklearn
 from sklearn.metrics import pairwise_distances
+
+from peer_timing import benchmark_best
 
 SEED = 20240611
 
@@ -76,15 +76,7 @@ def bench_times(bench, repeats):
         return {}
     names = {case: f"pdistSparse/{case[0]}/n:{case[2]}/p:{case[3]}/percent:{100 * case[4]:g}" for case in CASES}
     pattern = "^(" + "|".join(n.replace(".", "[.]") for n in names.values()) + ")/"
-    out = subprocess.run([bench, "--benchmark_format=json", f"--benchmark_filter={pattern}",
-                          f"--benchmark_repetitions={repeats}"], check=True, capture_output=True, text=True).stdout
-    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
-    best = {}
-    for b in json.loads(out)["benchmarks"]:
-        if b.get("run_type") != "iteration":
-            continue
-        key = b["run_name"].split("/process_time")[0].split("/real_time")[0]
-        best[key] = min(best.get(key, float("inf")), b["real_time"] * scale[b["time_unit"]])
+    best = benchmark_best(bench, pattern, repeats)
     return {case: best.get(name) for case, name in names.items()}
 
 

@@ -19,7 +19,6 @@ through TBB, as in the host.
 """
 
 import argparse
-import json
 import os
 import platform
 import subprocess
@@ -30,6 +29,8 @@ import time
 import numpy as np
 import scipy
 import scipy.spatial.distance as ssd
+
+from peer_timing import benchmark_best
 
 N = 10000
 SEED = 20240611
@@ -125,18 +126,7 @@ def bench_dump(bench, n, ps):
 def bench_times(bench, n, repeats):
     """Best of `repeats` repetitions of each case, in seconds per call."""
     names = {case: f"pdist/{case[0]}/{case[2]}/n:{n}/p:{case[1]}" for case in CASES}
-    pattern = "^(" + "|".join(names.values()) + ")/"
-    out = subprocess.run([bench, "--benchmark_format=json", f"--benchmark_filter={pattern}",
-                          f"--benchmark_repetitions={repeats}"],
-                         check=True, capture_output=True, text=True).stdout
-    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
-    best = {}
-    for b in json.loads(out)["benchmarks"]:
-        if b.get("run_type") != "iteration":
-            continue
-        key = b["run_name"].split("/process_time")[0].split("/real_time")[0]
-        t = b["real_time"] * scale[b["time_unit"]]
-        best[key] = min(best.get(key, float("inf")), t)
+    best = benchmark_best(bench, "^(" + "|".join(names.values()) + ")/", repeats)
     return {case: best.get(name) for case, name in names.items()}
 
 

@@ -1,8 +1,10 @@
-"""What the peer scripts share: their command line and the best time of
-several runs."""
+"""What the peer scripts share: their command line, the best time of several
+runs, and the best times of a benchmark binary's cases."""
 import argparse
 import importlib
+import json
 import os
+import subprocess
 import sys
 import time
 
@@ -42,3 +44,20 @@ def best_wall_and_cpu(repeats, fn):
         wall = min(wall, time.perf_counter() - t)
         cpu = min(cpu, time.process_time() - c)
     return (wall, cpu), out
+
+
+def benchmark_best(bench, pattern, repeats):
+    """Runs the benchmark binary on the cases whose names match the regular
+    expression `pattern`, `repeats` times each, and returns the least real
+    time of each case in seconds, keyed by its name without the /real_time or
+    /process_time suffix."""
+    out = subprocess.run([bench, "--benchmark_format=json", f"--benchmark_filter={pattern}",
+                          f"--benchmark_repetitions={repeats}"], check=True, capture_output=True, text=True).stdout
+    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
+    best = {}
+    for b in json.loads(out)["benchmarks"]:
+        if b.get("run_type") != "iteration":
+            continue
+        key = b["run_name"].split("/process_time")[0].split("/real_time")[0]
+        best[key] = min(best.get(key, float("inf")), b["real_time"] * scale[b["time_unit"]])
+    return best

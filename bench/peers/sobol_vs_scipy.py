@@ -23,9 +23,7 @@ array dominate both sides; the floor line shows what that costs here.
 """
 
 import argparse
-import json
 import os
-import subprocess
 import sys
 import time
 import warnings
@@ -33,6 +31,8 @@ import warnings
 import numpy as np
 import scipy
 from scipy.stats import _sobol, qmc
+
+from peer_timing import benchmark_best
 
 BITS = 53
 SEED = 7
@@ -60,16 +60,7 @@ def timed(fn, *args):
 
 
 def bench_times(bench, names, repeats):
-    out = subprocess.run([bench, "--benchmark_format=json", f"--benchmark_repetitions={repeats}",
-                          "--benchmark_filter=^(" + "|".join(names) + ")/"],
-                         check=True, capture_output=True, text=True).stdout
-    scale = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
-    best = {}
-    for b in json.loads(out)["benchmarks"]:
-        if b.get("run_type") == "iteration":
-            name = b["run_name"].split("/")[0]
-            best[name] = min(best.get(name, float("inf")), b["real_time"] * scale[b["time_unit"]])
-    return best
+    return benchmark_best(bench, "^(" + "|".join(names) + ")/", repeats)
 
 
 def main():
