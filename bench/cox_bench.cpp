@@ -15,10 +15,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void coxsresbif(int, ndArray**, int, const ndArray**);
-void coxmresbif(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

@@ -8,9 +8,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void dbscan(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

@@ -15,11 +15,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-namespace rkeutils {
-void fwhtbif(int, ndArray**, int, const ndArray**);
-}
+#include "gateway_declarations.hpp"
 
 namespace {
 

@@ -10,10 +10,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void ompBatchImpl(int, ndArray**, int, const ndArray**);
-void ompCholImpl(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

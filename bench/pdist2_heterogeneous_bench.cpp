@@ -11,9 +11,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void pdist2HeterogeneousBIF(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

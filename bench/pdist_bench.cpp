@@ -16,9 +16,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void pdistbif(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

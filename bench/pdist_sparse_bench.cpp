@@ -14,10 +14,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void pdistSparseBIF(int, ndArray**, int, const ndArray**);
-void pdist2SparseBIF(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

@@ -4,9 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void randg(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

@@ -11,10 +11,7 @@
 #include <vector>
 
 #include "zvhost/arrays.hpp"
-
-struct ndArray;
-void tsnebhbif(int, ndArray**, int, const ndArray**);
-void tsnelossbif(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

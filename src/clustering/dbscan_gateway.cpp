@@ -70,7 +70,7 @@ void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
 
 }  // namespace
 
-ZV_EXPORT void dbscan(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(dbscan) {
     zv::raiseIf<ids::TooFewOrManyInputs>(numInputs != 10);
     zv::raiseIf<ids::TooManyOutputArguments>(numOutputs != 1 && numOutputs != 2);
     const ndArray* data = inputs[0];

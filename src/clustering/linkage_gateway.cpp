@@ -131,7 +131,7 @@ void linkageTyped(int numInputs, const ndArray** inputs, ndArray** outputs) {
 
 }  // namespace
 
-ZV_EXPORT void linkagebif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(linkagebif) {
     zv::raiseIf<ids::TooManyOutputArguments>(numOutputs > 1);
     zv::raiseIf<ids::UndefinedFunctionOnlyDoubleOrSingle>(numInputs < 1);
     zv::raiseIf<ids::UndefinedFunctionNoSparse>(ndIsSparse(inputs[0]));

@@ -93,7 +93,7 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
 
 }  // namespace
 
-ZV_EXPORT void silhouette(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(silhouette) {
     zv::raiseIf<ids::IncorrectNumInputs>(numInputs < 5);
     zv::raiseIf<ids::IncorrectNumOutputs>(numOutputs != 2);
     zv::dispatchReal<ids::BadInputType>(inputs[0], [&](auto tag) {

@@ -23,7 +23,7 @@ void readRows(CoxProblem& pr, const ndArray** inputs, int first) {
 
 }  // namespace
 
-ZV_EXPORT void coxsresbif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(coxsresbif) {
     namespace ids = stats::coxsresbif;
     zv::raiseIf<ids::TooFewInputs>(numInputs < 7);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
@@ -54,7 +54,7 @@ ZV_EXPORT void coxsresbif(ZV_GATEWAY_SIGNATURE) {
     for (double* v : {work.a, work.b, work.t, work.c, work.d}) ndFree(v);
 }
 
-ZV_EXPORT void coxmresbif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(coxmresbif) {
     namespace ids = stats::coxmresbif;
     zv::raiseIf<ids::TooFewInputs>(numInputs < 6);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);

@@ -106,7 +106,7 @@ void fwhtTyped(ndArray** outputs, const ndArray** inputs) {
 
 namespace rkeutils {
 
-ZV_EXPORT void fwhtbif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(fwhtbif) {
     zv::raiseIf<ids::TooFewInputs>(numInputs < 7);
     zv::raiseIf<ids::TooManyInputs>(numInputs > 7);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);

@@ -60,7 +60,7 @@ struct MahalanobisMetric {
     const T* factor;
     T value(const T* u, const T* v, size_t p, T* t) const {
         for (size_t k = 0; k < p; ++k) t[k] = u[k] - v[k];
-        if (p > 0) blas::trmv("U", "T", "N", int(p), factor, int(p), t, 1);
+        if (p > 0) blas::trmv("U", "T", "N", p, factor, p, t);
         T s = 0;
         for (size_t k = 0; k < p; ++k) s += t[k] * t[k];
         return s;

@@ -35,8 +35,7 @@ void similarityRows(const PdistProblem<T>& pr, const std::shared_ptr<InterruptSt
     const size_t n = pr.n, p = pr.p;
     for (size_t i = 1; i < n; ++i) {
         T* row = pr.y + condensedRowStart(i - 1, n);
-        blas::gemv("T", int(p), int(n - i), T(1), pr.x + i * p, int(p ? p : 1), pr.x + (i - 1) * p, 1,
-                   T(0), row, 1);
+        blas::gemv("T", p, n - i, T(1), pr.x + i * p, p, pr.x + (i - 1) * p, T(0), row);
         InterruptState::ThrowIfInterruptPending(interrupt);
         for (size_t j = 0; j < n - i; ++j) row[j] = row[j] > T(1) ? T(0) : T(1) - row[j];
     }

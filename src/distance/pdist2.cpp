@@ -60,8 +60,7 @@ private:
 template <class T>
 void similarityMatrix(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
     if (pr.nx == 0 || pr.ny == 0) return;
-    const int lda = int(pr.p ? pr.p : 1);
-    blas::gemm("T", "N", int(pr.nx), int(pr.ny), int(pr.p), T(1), pr.x, lda, pr.y, lda, T(0), pr.D, int(pr.nx));
+    blas::gemm("T", "N", pr.nx, pr.ny, pr.p, T(1), pr.x, pr.p, pr.y, pr.p, T(0), pr.D, pr.nx);
     for (size_t j = 0; j < pr.ny; ++j) {
         InterruptState::ThrowIfInterruptPending(interrupt);
         T* column = pr.D + j * pr.nx;

@@ -121,7 +121,7 @@ void pdist2bifNested(int numOutputs, ndArray** outputs, int numInputs, const ndA
     pdist2Frame(numOutputs, outputs, numInputs, inputs, interrupt);
 }
 
-ZV_EXPORT void pdist2bif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(pdist2bif) {
     // The count tests come before the host is asked for the handle.
     zv::raiseIf<ids::TooFewInputs>(numInputs < 6);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 2);

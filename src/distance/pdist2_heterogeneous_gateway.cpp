@@ -44,7 +44,7 @@ void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
 }  // namespace
 
 // A second output may be asked for; it is left unset.
-ZV_EXPORT void pdist2HeterogeneousBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(pdist2HeterogeneousBIF) {
     zv::raiseIf<ids::TooFewInputs>(numInputs < 6);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 2);
     const ndArray* x = inputs[0];

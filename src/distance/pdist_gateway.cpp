@@ -43,7 +43,7 @@ void pdistTyped(const ndArray** inputs, int numInputs, ndArray** outputs) {
 
 }  // namespace
 
-ZV_EXPORT void pdistbif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(pdistbif) {
     zv::raiseIf<ids::TooFewInputs>(numInputs < 2);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
     zv::dispatchReal<ids::BadInputType>(inputs[0], [&](auto tag) {

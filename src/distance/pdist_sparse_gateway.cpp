@@ -16,7 +16,7 @@ zv::distance::SparseColumns columnsOf(const ndArray* a) {
 
 }  // namespace
 
-ZV_EXPORT void pdistSparseBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(pdistSparseBIF) {
     namespace ids = stats::pdistbif;
     zv::raiseIf<ids::TooFewInputs>(numInputs < 2);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
@@ -45,7 +45,7 @@ ZV_EXPORT void pdistSparseBIF(ZV_GATEWAY_SIGNATURE) {
     zv::distance::pdistSparseEngine(problem);
 }
 
-ZV_EXPORT void pdist2SparseBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(pdist2SparseBIF) {
     namespace ids = stats::pdist2bif;
     zv::raiseIf<ids::TooFewInputs>(numInputs < 3);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 2);

@@ -80,7 +80,7 @@ void lossTyped(ndArray** outputs, const ndArray** inputs) {
 
 }  // namespace
 
-ZV_EXPORT void tsnebhbif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(tsnebhbif) {
     zv::raiseIf<ids::TooFewInputsGrad>(numInputs < 7);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 3);
     zv::dispatchReal<ids::BadInputType>(inputs[1], [&](auto tag) {
@@ -90,7 +90,7 @@ ZV_EXPORT void tsnebhbif(ZV_GATEWAY_SIGNATURE) {
     });
 }
 
-ZV_EXPORT void tsnelossbif(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(tsnelossbif) {
     zv::raiseIf<ids::TooFewInputsLoss>(numInputs < 5);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
     zv::dispatchReal<ids::BadInputType>(inputs[0], [&](auto tag) { lossTyped<decltype(tag)>(outputs, inputs); });

@@ -7,9 +7,12 @@
 #include <cstring>
 #include <memory>
 #include <span>
+#include <stdexcept>
 #include <type_traits>
 
 #include "frame/checked.hpp"
+#include "frame/element_class.hpp"
+#include "frame/limits.hpp"
 #include "frame/message_ids.hpp"
 #include "host/host.hpp"
 
@@ -18,7 +21,34 @@
 
 #define ZV_GATEWAY_SIGNATURE int numOutputs, ndArray **outputs, int numInputs, const ndArray **inputs
 
+// Defines the exported gateway NAME, whose body follows as a block and runs
+// inside the frame (zv::frame::runGateway).
+#define ZV_DEFINE_GATEWAY(NAME)                                                          \
+    static void NAME##Body(ZV_GATEWAY_SIGNATURE);                                        \
+    ZV_EXPORT void NAME(ZV_GATEWAY_SIGNATURE) {                                          \
+        ::zv::frame::runGateway(&NAME##Body, numOutputs, outputs, numInputs, inputs);     \
+    }                                                                                    \
+    static void NAME##Body(ZV_GATEWAY_SIGNATURE)
+
 namespace zv {
+
+namespace frame {
+
+using GatewayBody = void (*)(ZV_GATEWAY_SIGNATURE);
+
+// The frame around every gateway body. Errors of the host and of the library
+// leave unchanged; a container of the standard library asked for more
+// elements than it can address is, like any other impossible size, the
+// host's allocation failure, so no foreign exception reaches the host.
+inline void runGateway(GatewayBody body, ZV_GATEWAY_SIGNATURE) {
+    try {
+        body(numOutputs, outputs, numInputs, inputs);
+    } catch (const std::length_error&) {
+        throw bedrock::core::except::bad_alloc();
+    }
+}
+
+}  // namespace frame
 
 // Raises E(args...) when `failed` holds.
 template <class E, class... A>
@@ -34,16 +64,6 @@ inline bool fixedCountsSayReturn(int numOutputs, int maxOutputs, int numInputs, 
     if (numInputs < minInputs) matrix::detail::error_mininputs();
     if (numInputs > maxInputs) matrix::detail::error_maxinputs();
     return numOutputs == 0;
-}
-
-template <class T>
-constexpr ndClassID classOf() {
-    if constexpr (std::is_same_v<T, double>) return ndDOUBLE_CLASS;
-    else if constexpr (std::is_same_v<T, float>) return ndSINGLE_CLASS;
-    else if constexpr (std::is_same_v<T, int32_t>) return ndINT32_CLASS;
-    else if constexpr (std::is_same_v<T, uint64_t>) return ndUINT64_CLASS;
-    else if constexpr (std::is_same_v<T, bool>) return ndLOGICAL_CLASS;
-    else static_assert(!sizeof(T), "no host class for this element type");
 }
 
 // Calls f(T{}) with T = double or float after the class of `a`; any other
@@ -65,11 +85,6 @@ struct ShortCode {
     explicit ShortCode(const ndArray* a) { ndGetString(a, text.data(), N); }
     bool is(const char* code) const { return std::strcmp(text.data(), code) == 0; }
 };
-
-// The largest element count an output or working copy may have.
-constexpr double kMaxElementCount = 281474976710655.0;  // 2^48 - 1
-// True when `count`, computed in double, reaches the limit (or is NaN).
-inline bool reachesElementLimit(double count) { return !(count < kMaxElementCount); }
 
 // The bytes actually stored behind ndGetData: a sparse array holds only its
 // non-zeros; cells, functions and objects hold no numbers. A parameter array
@@ -115,5 +130,20 @@ matrix::unique_nd_ptr createMatrix(size_t m, size_t n) {
 }
 
 inline ndArray* doubleScalar(double x) { return ndCreateDoubleScalar(x); }
+
+// Hands made outputs to the host in slot order as the gateway's last step:
+// slot k takes the k-th while k < max(numOutputs, 1); the others die here.
+// Nothing can fail once it runs.
+template <class... Owned>
+void handOver(ndArray** outputs, int numOutputs, Owned&&... made) {
+    const size_t slots = numOutputs > 1 ? size_t(numOutputs) : 1;
+    size_t k = 0;
+    ((k < slots ? void(outputs[k] = matrix::to_host(std::move(made))) : void(made.reset()), ++k), ...);
+}
+template <size_t K>
+void handOver(ndArray** outputs, int numOutputs, matrix::unique_nd_ptr (&made)[K]) {
+    const size_t slots = numOutputs > 1 ? size_t(numOutputs) : 1;
+    for (size_t k = 0; k < K && k < slots; ++k) outputs[k] = matrix::to_host(std::move(made[k]));
+}
 
 }  // namespace zv

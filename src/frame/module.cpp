@@ -18,7 +18,7 @@ extern "C" ZV_EXPORT void ModTerminate_libzvstatsbuiltins() {}
 
 // Evaluates a host-language function under the host's fault injection:
 // inputs[0] names it, the rest are its inputs.
-ZV_EXPORT void probeCallFunction(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(probeCallFunction) {
     if (numInputs <= 0) return;
     std::vector<const ndArray*> copy(inputs, inputs + numInputs);
     std::string name = hostUstringToString(hostGetUStringFromArray(copy[0], 0, HostStringMode{}), 0);

@@ -17,7 +17,7 @@ bool isPlainValue(const ndArray* a) {
 
 }  // namespace
 
-ZV_EXPORT void statsizechkBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(statsizechkBIF) {
     zv::raiseIf<ids::TooFewInputs>(numInputs < 2);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 3);
 

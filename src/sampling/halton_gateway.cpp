@@ -55,7 +55,7 @@ ndArray* permutationFromTable(const ndArray* bases, const ndArray* table) {
 
 namespace haltonset {
 
-ZV_EXPORT void computeRR2Perm(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(computeRR2Perm) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsComputeRR2Perm>(numInputs != 1 && numInputs != 2);
     outputs[0] = numInputs == 1 ? computedPermutations(inputs[0]) : permutationFromTable(inputs[0], inputs[1]);

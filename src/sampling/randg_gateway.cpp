@@ -76,7 +76,7 @@ void fill(ndArray* out, const ndArray* shapeArg, size_t n, DefaultStream& stream
 
 }  // namespace
 
-ZV_EXPORT void randg(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(randg) {
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
     DefaultStream stream;
     if (numInputs == 0) {

@@ -37,7 +37,7 @@ void requireAnInput(int numInputs) {
 
 namespace sobolset {
 
-ZV_EXPORT void computeDN(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(computeDN) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsComputeDN>(numInputs != 2);
     const ndArray* mCells = inputs[0];
@@ -58,7 +58,7 @@ ZV_EXPORT void computeDN(ZV_GATEWAY_SIGNATURE) {
     }
 }
 
-ZV_EXPORT void DNToMatrix(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(DNToMatrix) {
     (void)numOutputs;
     requireAnInput(numInputs);
     const ndArray* dn = inputs[0];
@@ -67,7 +67,7 @@ ZV_EXPORT void DNToMatrix(ZV_GATEWAY_SIGNATURE) {
     zv::sampling::wordsToBitMatrix(zv::dataOf<const uint64_t>(dn), zv::storedCount<uint64_t>(dn), bits, n);
 }
 
-ZV_EXPORT void MatrixToDN(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(MatrixToDN) {
     (void)numOutputs;
     requireAnInput(numInputs);
     const ndArray* matrix = inputs[0];
@@ -76,7 +76,7 @@ ZV_EXPORT void MatrixToDN(ZV_GATEWAY_SIGNATURE) {
     zv::sampling::bitMatrixToWords(zv::dataOf<const double>(matrix), zv::storedCount<double>(matrix), words, n);
 }
 
-ZV_EXPORT void convertToDouble(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(convertToDouble) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsConvertToDouble>(numInputs != 1);
     const ndArray* words = inputs[0];
@@ -90,7 +90,7 @@ ZV_EXPORT void convertToDouble(ZV_GATEWAY_SIGNATURE) {
 
 // The copy keeps the matrix's class; only the words its storage holds are
 // changed, and shift words past the vector's storage are 0.
-ZV_EXPORT void matrixBitXorBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(matrixBitXorBIF) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsMatrixBitXor>(numInputs != 2);
     const ndArray* matrix = inputs[0];

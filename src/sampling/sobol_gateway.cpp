@@ -27,7 +27,7 @@ uint64_t* pointOutput(ndArray** outputs, size_t n, size_t d) {
 
 namespace sobolset {
 
-ZV_EXPORT void sobolSequenceBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(sobolSequenceBIF) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolSequence>(numInputs != 5 && numInputs != 6);
     const ndArray* v = inputs[0];
@@ -52,7 +52,7 @@ ZV_EXPORT void sobolSequenceBIF(ZV_GATEWAY_SIGNATURE) {
 }
 
 // V is not class-tested here; it is read as words as far as its storage goes.
-ZV_EXPORT void sobolIndexedBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(sobolIndexedBIF) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolIndexed>(numInputs != 3);
     const bool gray = grayFlag(inputs[2]);
@@ -63,7 +63,7 @@ ZV_EXPORT void sobolIndexedBIF(ZV_GATEWAY_SIGNATURE) {
                                gray, pointOutput(outputs, n, dirs.d), n);
 }
 
-ZV_EXPORT void sobolPoint(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(sobolPoint) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolPoint>(numInputs != 3);
     requireDirectionNumbers(inputs[0]);
@@ -73,7 +73,7 @@ ZV_EXPORT void sobolPoint(ZV_GATEWAY_SIGNATURE) {
     zv::sampling::sobolIndexed(dirs, &index, 1, gray, pointOutput(outputs, 1, dirs.d), 1);
 }
 
-ZV_EXPORT void sobolNetBIF(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(sobolNetBIF) {
     (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolNet>(numInputs != 3);
     requireDirectionNumbers(inputs[0]);

@@ -50,7 +50,7 @@ const double* weightsAsDoubles(const ndArray* w, std::vector<double>& copy) {
 
 }  // namespace
 
-ZV_EXPORT void wswor(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(wswor) {
     if (numOutputs > 1) ndErrMsg(3);
     if (numInputs < 2) ndErrMsg(2);
     const bool ownStream = numInputs > 2;

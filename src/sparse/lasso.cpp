@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "frame/blas.hpp"
 #include "sparse/lasso_blas.hpp"
 #include "sparse/lasso_threshold.hpp"
 
@@ -16,7 +17,7 @@ namespace {
 template <class T>
 void updateResidual(size_t N, const T* column, T delta, T* r) {
     if (N <= kParallelUpdateRows) {
-        columnAxpy(N, -delta, column, r);
+        blas::axpy(N, -delta, column, r);
         return;
     }
     parallelSubtractScaled(N, column, delta, r);
@@ -30,12 +31,12 @@ void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* wei
                             T const* xx) {
     if (!haveResidual) {
         std::copy_n(y, N, r);
-        subtractProduct<T>(N, P, X, b, r);
+        blas::gemv("N", N, P, T(-1), X, N, b, T(1), r);
     }
     for (size_t j = 0; j < P; ++j) {
         if (!active[j]) continue;
         const T old = b[j];
-        const T d = columnDot<T>(N, weightedX + j * N, r);
+        const T d = blas::dot(N, weightedX + j * N, r);
         const T ownContribution = xx ? b[j] * xx[j] : T(0);
         const T g = (d + ownContribution) / divisor;
         softThreshold(g, threshold, shrink[j], b[j], active[j]);
@@ -51,7 +52,7 @@ void typedCoordDescentCycleWithCov(unsigned long P, T const* c, T const* G, T* b
         if (!active[j]) continue;
         // Over the b updated so far in this sweep: each coordinate sees the ones before it.
         const T* column = G + j * P;
-        const T d = columnDot<T>(P, b, column);
+        const T d = blas::dot(P, b, column);
         const T g = (c[j] - d + column[j] * b[j]) / divisor;
         softThreshold(g, threshold, shrink[j], b[j], active[j]);
     }

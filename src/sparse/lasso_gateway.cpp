@@ -63,21 +63,21 @@ void residualTyped(ndArray** outputs, int numInputs, const ndArray** inputs) {
 
 }  // namespace
 
-ZV_EXPORT void lassoCoordDescentCycle(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(lassoCoordDescentCycle) {
     if (zv::fixedCountsSayReturn(numOutputs, 3, numInputs, 8, 10)) return;
     zv::dispatchDoubleElseSingle(inputs[0], [&](auto tag) {
         sweepTyped<decltype(tag)>(numOutputs, outputs, numInputs, inputs);
     });
 }
 
-ZV_EXPORT void lassoCoordDescentCycleWithCov(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(lassoCoordDescentCycleWithCov) {
     if (zv::fixedCountsSayReturn(numOutputs, 2, numInputs, 10, 10)) return;
     zv::dispatchDoubleElseSingle(inputs[0], [&](auto tag) {
         covarianceSweepTyped<decltype(tag)>(numOutputs, outputs, inputs);
     });
 }
 
-ZV_EXPORT void lassoYminusXb(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(lassoYminusXb) {
     if (zv::fixedCountsSayReturn(numOutputs, 1, numInputs, 4, 5)) return;
     zv::dispatchDoubleElseSingle(inputs[0], [&](auto tag) {
         residualTyped<decltype(tag)>(outputs, numInputs, inputs);

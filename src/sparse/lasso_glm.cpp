@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "frame/blas.hpp"
 #include "sparse/lasso_blas.hpp"
 #include "sparse/lasso_threshold.hpp"
 
@@ -17,7 +18,7 @@ void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* wei
                             T const* z, T* r, T* b, bool* active, T const* shrink, T threshold) {
     // Each sweep starts from a fresh residual: the weights change between sweeps.
     std::copy_n(z, N, r);
-    lasso::subtractProduct<T>(N, P, X, b, r);
+    blas::gemv("N", N, P, T(-1), X, N, b, T(1), r);
     for (size_t j = 0; j < P; ++j) {
         if (!active[j]) continue;
         const T old = b[j];

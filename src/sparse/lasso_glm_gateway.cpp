@@ -37,14 +37,14 @@ void weightedSquaresTyped(ndArray** outputs, const ndArray** inputs) {
 
 }  // namespace
 
-ZV_EXPORT void lassoglmCoordDescentCycleNoRecalc(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(lassoglmCoordDescentCycleNoRecalc) {
     if (zv::fixedCountsSayReturn(numOutputs, 2, numInputs, 8, 8)) return;
     zv::dispatchDoubleElseSingle(inputs[0], [&](auto tag) {
         sweepTyped<decltype(tag)>(numOutputs, outputs, inputs);
     });
 }
 
-ZV_EXPORT void lassoglmWtimesX2(ZV_GATEWAY_SIGNATURE) {
+ZV_DEFINE_GATEWAY(lassoglmWtimesX2) {
     if (zv::fixedCountsSayReturn(numOutputs, 1, numInputs, 4, 4)) return;
     zv::dispatchDoubleElseSingle(inputs[0], [&](auto tag) {
         weightedSquaresTyped<decltype(tag)>(outputs, inputs);

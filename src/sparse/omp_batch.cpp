@@ -45,12 +45,12 @@ BatchOMPSolver<T>::BatchOMPSolver(const OmpProblem<T>& problem)
         std::fill(G, G + P * P, T(0));
         std::fill(XtY, XtY + P * M, T(0));
     } else {
-        zv::blas::syrk("L", "T", int(P), int(R), T(1), problem.X, int(R), T(0), G, int(P));
+        zv::blas::syrk("L", "T", P, R, T(1), problem.X, R, T(0), G, P);
         mirrorLowerTriangle(G, P);
         if (M > 1)
-            zv::blas::gemm("T", "N", int(P), int(M), int(R), T(1), problem.X, int(R), problem.Y, int(R), T(0), XtY, int(P));
+            zv::blas::gemm("T", "N", P, M, R, T(1), problem.X, R, problem.Y, R, T(0), XtY, P);
         else if (M == 1)
-            zv::blas::gemv("T", int(R), int(P), T(1), problem.X, int(R), problem.Y, 1, T(0), XtY, 1);
+            zv::blas::gemv("T", R, P, T(1), problem.X, R, problem.Y, T(0), XtY);
     }
     // One square root per atom: too little work to share out.
     T* norms = atomNorms_.get();
@@ -76,7 +76,7 @@ BatchOMPSolver<T>::Workspace::Workspace(const BatchOMPSolver& solver, Heap heap)
 template <class T>
 void BatchOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out) const {
     const size_t P = problem_.numAtoms;
-    const int ldL = int(problem_.workspaceAtoms());
+    const size_t ldL = problem_.workspaceAtoms();
     const T* G = G_.get();
     const T* xty = XtY_.get() + j * P;
     const T* atomNorms = atomNorms_.get();
@@ -105,10 +105,10 @@ void BatchOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out)
         T prevDelta = 0;
         if (k > 0) {
             for (size_t m = 0; m < k; ++m) w[m] = G[selected[m] + i * P];
-            prevDelta = zv::blas::dot(int(k), gamma, 1, alphaI, 1);
+            prevDelta = zv::blas::dot(k, gamma, alphaI);
         }
         addSelectedAtom(k, atomNorms[i], c, w, L, ldL, alphaI, gamma);
-        const T delta = k == 0 ? gamma[0] * c : zv::blas::dot(int(k + 1), gamma, 1, alphaI, 1);
+        const T delta = k == 0 ? gamma[0] * c : zv::blas::dot(k + 1, gamma, alphaI);
         std::copy(G + i * P, G + (i + 1) * P, GI + k * P);
         const T e = (residual * residual + prevDelta) - delta;
         residual = e > 0 ? std::sqrt(e) : T(0);
@@ -116,7 +116,7 @@ void BatchOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out)
         used[i] = true;
         count = k + 1;
         std::copy(xty, xty + P, alpha);
-        zv::blas::gemv("N", int(P), int(k + 1), T(-1), GI, int(P), gamma, 1, T(1), alpha, 1);
+        zv::blas::gemv("N", P, k + 1, T(-1), GI, P, gamma, T(1), alpha);
         if (next.newGroup) seen.add(next.group);
         if (residual < stopBelow) break;  // strict: a tolerance of 0 never stops here
         if (++k == problem_.maxAtoms) break;

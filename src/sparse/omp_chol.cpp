@@ -32,8 +32,8 @@ CholOMPSolver<T>::Workspace::Workspace(const CholOMPSolver& solver, Heap heap)
 template <class T>
 void CholOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out) const {
     const size_t R = problem_.numRows, P = problem_.numAtoms;
-    const int ldX = int(std::max<size_t>(R, 1));
-    const int ldL = int(problem_.workspaceAtoms());
+    const size_t ldX = std::max<size_t>(R, 1);
+    const size_t ldL = problem_.workspaceAtoms();
     const T* X = problem_.X;
     const T* y = problem_.Y + j * R;
     const T* atomNorms = atomNorms_.get();
@@ -52,7 +52,7 @@ void CholOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out) 
     // X' r: without rows it is 0, which BLAS may not write.
     auto correlate = [&](T* to) {
         if (R == 0) std::fill(to, to + P, T(0));
-        else zv::blas::gemv("T", int(R), int(P), T(1), X, ldX, r, 1, T(0), to, 1);
+        else zv::blas::gemv("T", R, P, T(1), X, ldX, r, T(0), to);
     };
     std::copy(y, y + R, r);
     correlate(xty);
@@ -69,12 +69,12 @@ void CholOMPSolver<T>::solve(size_t j, Workspace& ws, const OmpOutputs<T>& out) 
         const size_t n = k - 1;  // atoms selected before this one
         if (n > 0) {
             if (R == 0) std::fill(w, w + n, T(0));
-            else zv::blas::gemv("T", int(R), int(n), T(1), XI, ldX, x, 1, T(0), w, 1);
+            else zv::blas::gemv("T", R, n, T(1), XI, ldX, x, T(0), w);
         }
         addSelectedAtom(n, atomNorms[i], xty[i], w, L, ldL, alphaI, gamma);
         std::copy(x, x + R, XI + n * R);
         std::copy(y, y + R, r);
-        if (R > 0) zv::blas::gemv("N", int(R), int(k), T(-1), XI, ldX, gamma, 1, T(1), r, 1);
+        if (R > 0) zv::blas::gemv("N", R, k, T(-1), XI, ldX, gamma, T(1), r);
         const T residual = vectorNorm(R, r);
         selected[n] = i;
         used[i] = true;

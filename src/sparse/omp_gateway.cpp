@@ -83,6 +83,6 @@ void ompGateway(int numOutputs, ndArray** outputs, int numInputs, const ndArray*
 
 }  // namespace
 
-ZV_EXPORT void ompBatchImpl(ZV_GATEWAY_SIGNATURE) { ompGateway<BatchOMPSolver>(numOutputs, outputs, numInputs, inputs); }
+ZV_DEFINE_GATEWAY(ompBatchImpl) { ompGateway<BatchOMPSolver>(numOutputs, outputs, numInputs, inputs); }
 
-ZV_EXPORT void ompCholImpl(ZV_GATEWAY_SIGNATURE) { ompGateway<CholOMPSolver>(numOutputs, outputs, numInputs, inputs); }
+ZV_DEFINE_GATEWAY(ompCholImpl) { ompGateway<CholOMPSolver>(numOutputs, outputs, numInputs, inputs); }

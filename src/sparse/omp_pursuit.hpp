@@ -75,7 +75,7 @@ private:
 // The Euclidean norm of n values; without values it is 0, which BLAS may not return.
 template <class T>
 T vectorNorm(size_t n, const T* v) {
-    const T s = n == 0 ? T(0) : zv::blas::dot(int(n), v, 1, v, 1);
+    const T s = n == 0 ? T(0) : zv::blas::dot(n, v, v);
     return s > 0 ? std::sqrt(s) : T(0);
 }
 
@@ -103,23 +103,22 @@ bool pickNextAtom(const OmpProblem<T>& problem, const T* alpha, const T* atomNor
 // column, and solves for the n + 1 coefficients gamma. For n > 0, w holds the
 // atom's Gram column with the selected atoms on entry and is overwritten.
 template <class T>
-void addSelectedAtom(size_t n, T norm, T c, T* w, T* L, int ldL, T* alphaI, T* gamma) {
+void addSelectedAtom(size_t n, T norm, T c, T* w, T* L, size_t ldL, T* alphaI, T* gamma) {
     if (n == 0) {
         L[0] = norm;
         gamma[0] = c / (norm * norm);
         alphaI[0] = c;
         return;
     }
-    const int k = int(n);
     // A zero on the diagonal of L (a rank-deficient selection) makes trtrs
     // return without solving; its status is deliberately ignored.
-    zv::blas::trtrs("U", "T", "N", k, 1, L, ldL, w, k);
-    const T d = norm * norm - zv::blas::dot(k, w, 1, w, 1);
+    zv::blas::trtrs("U", "T", "N", n, 1, L, ldL, w, n);
+    const T d = norm * norm - zv::blas::dot(n, w, w);
     std::copy(w, w + n, L + n * ldL);
     L[n + n * ldL] = d > 0 ? std::sqrt(d) : T(0);
     alphaI[n] = c;
     std::copy(alphaI, alphaI + n + 1, gamma);
-    zv::blas::potrs("U", k + 1, 1, L, ldL, gamma, k + 1);
+    zv::blas::potrs("U", n + 1, 1, L, ldL, gamma, n + 1);
 }
 
 // Column j of the outputs from the `count` selected atoms: coefficients at

@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "support/gateways.hpp"
-
-void dbscan(int, ndArray**, int, const ndArray**);
-void silhouette(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace zvtest {
 

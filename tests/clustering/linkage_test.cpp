@@ -11,8 +11,7 @@
 #include "clustering/linkage_updates.hpp"
 #include "support/gateways.hpp"
 #include "support/linked_gateways.hpp"
-
-void linkagebif(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace {
 

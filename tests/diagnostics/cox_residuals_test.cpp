@@ -7,7 +7,7 @@
 #include <random>
 
 #include "diagnostics/cox_residuals.hpp"
-#include "diagnostics/diagnostics_gateways.hpp"
+#include "gateway_declarations.hpp"
 #include "support/gateways.hpp"
 
 namespace {

@@ -9,7 +9,7 @@
 #include <limits>
 #include <random>
 
-#include "diagnostics/diagnostics_gateways.hpp"
+#include "gateway_declarations.hpp"
 #include "diagnostics/fwht_panel.hpp"
 #include "frame/checked.hpp"
 #include "support/gateways.hpp"

@@ -5,9 +5,7 @@
 #include <vector>
 
 #include "support/gateways.hpp"
-
-void tsnebhbif(int, ndArray**, int, const ndArray**);
-void tsnelossbif(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace zvtest {
 

@@ -5,24 +5,7 @@
 #include <vector>
 
 #include "support/gateways.hpp"
-
-struct ndArray;
-
-namespace haltonset {
-void computeRR2Perm(int, ndArray**, int, const ndArray**);
-}
-
-namespace sobolset {
-void computeDN(int, ndArray**, int, const ndArray**);
-void DNToMatrix(int, ndArray**, int, const ndArray**);
-void MatrixToDN(int, ndArray**, int, const ndArray**);
-void sobolIndexedBIF(int, ndArray**, int, const ndArray**);
-void sobolNetBIF(int, ndArray**, int, const ndArray**);
-void sobolSequenceBIF(int, ndArray**, int, const ndArray**);
-void sobolPoint(int, ndArray**, int, const ndArray**);
-void convertToDouble(int, ndArray**, int, const ndArray**);
-void matrixBitXorBIF(int, ndArray**, int, const ndArray**);
-}  // namespace sobolset
+#include "gateway_declarations.hpp"
 
 namespace zvtest {
 

@@ -6,9 +6,7 @@
 #include <vector>
 
 #include "support/gateways.hpp"
-
-void randg(int, ndArray**, int, const ndArray**);
-void wswor(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace zvtest {
 

@@ -6,12 +6,7 @@
 #include <vector>
 
 #include "support/gateways.hpp"
-
-void lassoCoordDescentCycle(int, ndArray**, int, const ndArray**);
-void lassoCoordDescentCycleWithCov(int, ndArray**, int, const ndArray**);
-void lassoYminusXb(int, ndArray**, int, const ndArray**);
-void lassoglmCoordDescentCycleNoRecalc(int, ndArray**, int, const ndArray**);
-void lassoglmWtimesX2(int, ndArray**, int, const ndArray**);
+#include "gateway_declarations.hpp"
 
 namespace zvtest::lasso {
 

@@ -5,7 +5,7 @@
 #include <limits>
 #include <random>
 
-#include "sparse/omp_gateways.hpp"
+#include "gateway_declarations.hpp"
 #include "support/gateways.hpp"
 
 namespace {

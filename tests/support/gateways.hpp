@@ -1,4 +1,5 @@
-// Declarations of the gateways the tests call directly, and test helpers.
+// The gateways (declared by the build from the gateway list) and the helpers
+// every suite uses.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,15 +12,8 @@
 #include <vector>
 
 #include "frame/message_ids.hpp"
+#include "gateway_declarations.hpp"
 #include "zvhost/arrays.hpp"
-
-void pdistbif(int, ndArray**, int, const ndArray**);
-void pdistSparseBIF(int, ndArray**, int, const ndArray**);
-void pdist2SparseBIF(int, ndArray**, int, const ndArray**);
-void pdist2HeterogeneousBIF(int, ndArray**, int, const ndArray**);
-void pdist2bif(int, ndArray**, int, const ndArray**);
-void statsizechkBIF(int, ndArray**, int, const ndArray**);
-void probeCallFunction(int, ndArray**, int, const ndArray**);
 
 namespace zvtest {
 

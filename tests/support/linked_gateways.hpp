@@ -11,13 +11,7 @@ namespace zvtest {
 
 inline void useLinkedGateways() {
     static const int owner = 0;
-    zvhost::setGatewayResolver(
-        [](std::string_view name) -> zvhost::Gateway {
-            if (name == "pdistbif") return pdistbif;
-            if (name == "pdist2bif") return pdist2bif;
-            return nullptr;
-        },
-        &owner);
+    zvhost::setGatewayResolver([](std::string_view name) { return zv::generated::linkedGateway(name); }, &owner);
 }
 
 }  // namespace zvtest
