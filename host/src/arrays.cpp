@@ -47,8 +47,9 @@ std::shared_ptr<ArrayStorage> makeStorage(size_t count, size_t bytes, bool isCel
     if (zvhost::detail::allocationShouldFail(zvhost::kArrays)) throw bedrock::core::except::bad_alloc();
     double total = double(count) * double(bytes);
     if (total > kMaxBytes) raise("zvhost:ArrayTooLarge");
-    auto s = std::make_shared<ArrayStorage>();
     size_t n = count * bytes;
+    if (zvhost::detail::beyondRequestLimit(n)) throw bedrock::core::except::bad_alloc();
+    auto s = std::make_shared<ArrayStorage>();
     if (n >= kMappedThreshold) {
         // Large arrays come zeroed from the kernel, in huge pages where it
         // allows, so that filling them costs a few hundred faults, not 10^5.
@@ -399,8 +400,11 @@ ndArray* createSparse(size_t m, size_t n, size_t nnz) {
 
 ndArray* createComplexMatrix(size_t m, size_t n) { return newArray(ndDOUBLE_CLASS, {m, n}, ndCOMPLEX); }
 
+// Objects and function handles are 1-by-1 but hold no numbers: ndGetData
+// gives null, as nothing of theirs may be read as data.
 ndArray* createHostObject(const std::string& name) {
     ndArray* a = newArray(ndDOUBLE_CLASS, {1, 1}, ndREAL);
+    a->storage.reset();
     a->cls = ndOBJECT_CLASS;
     a->className = name;
     return a;
@@ -414,6 +418,7 @@ ndArray* createStringObject(const std::u16string& text) {
 
 ndArray* createFunctionHandle(const std::string& name) {
     ndArray* a = newArray(ndDOUBLE_CLASS, {1, 1}, ndREAL);
+    a->storage.reset();
     a->cls = ndFUNCTION_CLASS;
     a->className = "function_handle";
     a->functionName = name;

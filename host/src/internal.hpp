@@ -37,6 +37,8 @@ namespace zvhost::detail {
 [[noreturn]] void raise(const char* id, std::vector<BaseMsgID::Arg> args = {});
 // Counts one allocation of `kind`; true when it is the one armed to fail.
 bool allocationShouldFail(unsigned kind);
+// True when one request of `bytes` is beyond the limit of limitRequestBytes.
+bool beyondRequestLimit(size_t bytes);
 // Host-thread services check their caller only when strict checks are on;
 // the test of the switch is inline, since random draws come in millions.
 extern std::atomic<bool> strictThreadChecks;

@@ -17,6 +17,7 @@ std::atomic<long> liveWorkerScratch{0};
 std::atomic<long> allocationCountdown{0};
 std::atomic<unsigned> allocationKinds{0};
 std::atomic<long> violations{0};
+std::atomic<size_t> requestLimit{0};
 
 // The thread on which the outermost gateway call runs.
 std::atomic<std::thread::id> hostThread{};
@@ -58,6 +59,11 @@ bool allocationShouldFail(unsigned kind) {
         return true;
     }
     return false;
+}
+
+bool beyondRequestLimit(size_t bytes) {
+    const size_t limit = requestLimit.load(std::memory_order_relaxed);
+    return limit != 0 && bytes > limit;
 }
 
 std::atomic<bool> strictThreadChecks{false};
@@ -116,7 +122,7 @@ using namespace zvhost::detail;
 // ---- scratch memory ----------------------------------------------------------
 void* ndMalloc(size_t bytes) {
     checkHostThread("ndMalloc");
-    if (allocationShouldFail(zvhost::kScratch)) throw bedrock::core::except::bad_alloc();
+    if (allocationShouldFail(zvhost::kScratch) || beyondRequestLimit(bytes)) throw bedrock::core::except::bad_alloc();
     void* p = std::malloc(bytes ? bytes : 1);
     if (!p) throw bedrock::core::except::bad_alloc();
     currentScope().blocks.emplace(p, bytes);
@@ -127,6 +133,7 @@ void* ndCalloc(size_t count, size_t size) {
     checkHostThread("ndCalloc");
     if (allocationShouldFail(zvhost::kScratch)) throw bedrock::core::except::bad_alloc();
     if (size && count > SIZE_MAX / size) throw bedrock::core::except::bad_alloc();
+    if (beyondRequestLimit(count * size)) throw bedrock::core::except::bad_alloc();
     void* p = std::calloc(count ? count : 1, size ? size : 1);
     if (!p) throw bedrock::core::except::bad_alloc();
     currentScope().blocks.emplace(p, count * size);
@@ -136,7 +143,7 @@ void* ndCalloc(size_t count, size_t size) {
 void* ndRealloc(void* p, size_t bytes) {
     checkHostThread("ndRealloc");
     if (!p) return ndMalloc(bytes);
-    if (allocationShouldFail(zvhost::kScratch)) return nullptr;  // the caller keeps p
+    if (allocationShouldFail(zvhost::kScratch) || beyondRequestLimit(bytes)) return nullptr;  // the caller keeps p
     ScratchScope* owner = nullptr;
     for (auto it = scratchScopes.rbegin(); it != scratchScopes.rend() && !owner; ++it)
         if (it->blocks.count(p)) owner = &*it;
@@ -154,7 +161,7 @@ void ndFree(void* p) {
     if (releaseScratchOwnership(p)) std::free(p);
 }
 void* ndMallocEx(size_t bytes) {
-    if (allocationShouldFail(zvhost::kWorkerScratch)) return nullptr;
+    if (allocationShouldFail(zvhost::kWorkerScratch) || beyondRequestLimit(bytes)) return nullptr;
     void* p = std::malloc(bytes ? bytes : 1);
     if (p) ++liveWorkerScratch;
     return p;
@@ -217,6 +224,8 @@ void failAllocationAt(long n, unsigned kinds) {
     allocationCountdown.store(n > 0 ? n : 0);
     allocationKinds.store(n > 0 ? kinds : 0);
 }
+
+void limitRequestBytes(size_t bytes) { requestLimit.store(bytes); }
 
 void setStrictThreadChecks(bool on) { detail::strictThreadChecks.store(on); }
 long threadViolations() { return violations.load(); }

@@ -88,6 +88,10 @@ enum AllocationKind : unsigned {
 // Makes the n-th allocation of the given kinds from now on fail (n >= 1);
 // n = 0 disarms.
 ZV_HOST_API void failAllocationAt(long n, unsigned kinds = kAnyAllocation);
+// Makes every single request for more than `bytes` (an array's storage,
+// scratch, worker scratch) fail as on a host with only that much memory to
+// give; 0 lifts the limit.
+ZV_HOST_API void limitRequestBytes(size_t bytes);
 
 // Services that belong to the host thread report a call from elsewhere by
 // raising "zvhost:NotOnHostThread" when this is on.
