@@ -1,9 +1,9 @@
 // rkeutils::fwhtbif through the host's call boundary, next to a copy
 // benchmark of the same machine, so that the bytes the expansion has to move
-// can be set against what memory can move, and next to the standard sine and
-// cosine it takes for every angle, its floor in computation. Items/s counts
-// output values (angles for the sine and cosine).
-//   build/bin/fwht_bench [--benchmark_filter=Stream]
+// can be set against what memory can move, and next to its floor: the
+// standard sine and cosine of every angle written once into a fresh output.
+// Items/s counts output values (angles for the sine and cosine).
+//   build/bin/fwht_bench [--benchmark_filter='m20k_L1024']   (floor and expansion side by side)
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -127,6 +127,44 @@ void BM_StandardSinCos(benchmark::State& state) {
     state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(angle.size()));
 }
 
+// The floor of the expansion at one size, as it is judged: a fresh output of
+// m-by-2LS written once on every core, each value the standard cosine or
+// sine of its own angle (from a table of angles of the expansion's size, so
+// that nothing but the trigonometry and the writes costs).
+template <class T>
+void floorOf(benchmark::State& state, size_t m, size_t L, size_t S) {
+    std::mt19937 gen(3);
+    std::normal_distribution<double> normal(0.0, 15.0);
+    constexpr size_t kAngles = 4096;
+    std::vector<T> angle(kAngles);
+    for (auto& v : angle) v = T(normal(gen));
+    const size_t threads = std::max(1u, std::thread::hardware_concurrency());
+    const size_t columns = L * S;
+    for (auto _ : state) {
+        zvhost::Owned out(ndCreateNumericMatrix(m, 2 * columns, zvhost::hostClassOf<T>(), ndREAL));
+        T* p = static_cast<T*>(ndGetData(out.get()));
+        std::vector<std::thread> pool;
+        for (size_t t = 0; t < threads; ++t)
+            pool.emplace_back([&, t] {
+                for (size_t c = columns * t / threads; c < columns * (t + 1) / threads; ++c) {
+                    const size_t block = c / L, j = c % L;
+                    T* cosines = p + (2 * block * L + j) * m;
+                    T* sines = cosines + L * m;
+                    for (size_t i = 0; i < m; ++i) {
+                        const T a = angle[(i + 7 * c) % kAngles];
+                        cosines[i] = std::cos(a);
+                        sines[i] = std::sin(a);
+                    }
+                }
+            });
+        for (auto& th : pool) th.join();
+        benchmark::DoNotOptimize(p);
+    }
+    state.SetItemsProcessed(int64_t(state.iterations()) * int64_t(m * 2 * columns));
+}
+
+void BM_FloorDouble_m20k_L1024_S4(benchmark::State& s) { floorOf<double>(s, 20000, 1024, 4); }
+void BM_ExpansionDouble_m20k_L1024_S4(benchmark::State& s) { expansion<double>(s, 20000, 1000, 1024, 4); }
 void BM_ExpansionDouble_m100k_L1024_S4(benchmark::State& s) { expansion<double>(s, 100000, 1000, 1024, 4); }
 void BM_ExpansionSingle_m100k_L1024_S4(benchmark::State& s) { expansion<float>(s, 100000, 1000, 1024, 4); }
 void BM_ExpansionDouble_m100k_L64_S16(benchmark::State& s) { expansion<double>(s, 100000, 50, 64, 16); }
@@ -136,6 +174,8 @@ BENCHMARK(BM_StreamCopy)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_FreshOutputWrite_m100k_8192)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_StandardSinCos<double>)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StandardSinCos<float>)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FloorDouble_m20k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ExpansionDouble_m20k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ExpansionDouble_m100k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_ExpansionSingle_m100k_L1024_S4)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2);
 BENCHMARK(BM_ExpansionDouble_m100k_L64_S16)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -6,15 +6,18 @@ computations, on the same data, in one run:
   n = 5,000 and 20,000, p = 10, half of the rows events, with ties; ours also
   with the walk forced (an infinite risk in the last row makes the sweep
   decline), to show how each grows with n;
-* rkeutils::fwhtbif against numpy reshape-based butterflies, m = 100,000,
-  L = 1,024, 4 blocks, k = 1,000, in two layouts: "cols", each feature a
+* rkeutils::fwhtbif against its floor, measured by fwht_bench in the same
+  run: the standard sine and cosine of every angle written once into a fresh
+  output (the goal: within 1.5 times the floor); and against numpy
+  reshape-based butterflies, m = 20,000, L = 1,024, 4 blocks, k = 1,000, in
+  two layouts: "cols", each feature a
   contiguous row of m values as ours has it, so that every butterfly is a
   contiguous add, run over 4,096 observations at a time (the buffers stay
   small and warm; this is the faster numpy and the one the ratio is taken
   against), and "rows", m-by-L blocks whose butterflies read every other
-  value, over all observations at once (about 10 GB at m = 100,000).
+  value, over all observations at once.
 
-    /usr/bin/python3 bench/peers/diagnostics_vs_numpy.py [--build build] [--repeats 3] [--rows 100000]
+    /usr/bin/python3 bench/peers/diagnostics_vs_numpy.py [--build build] [--repeats 3] [--rows 20000]
                                                         [--only cox|fwht] [--peers cols,rows|none]
                                                         [--peer-repeats 1]
 
@@ -27,6 +30,8 @@ import sys
 import time
 
 import numpy as np
+
+from peer_timing import benchmark_best
 
 
 def best_of(repeats, fn, cpu=None):
@@ -189,7 +194,7 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--build", default=os.path.join(os.path.dirname(__file__), "..", "..", "build"))
     parser.add_argument("--repeats", type=int, default=3)
-    parser.add_argument("--rows", type=int, default=100000, help="rows of the Walsh-Hadamard case")
+    parser.add_argument("--rows", type=int, default=20000, help="rows of the Walsh-Hadamard case")
     parser.add_argument("--only", choices=["cox", "fwht"], help="run one of the two families")
     parser.add_argument("--peers", default="cols,rows", help="numpy layouts for the Walsh-Hadamard case, or none")
     parser.add_argument("--peer-repeats", type=int, default=1, help="runs of each numpy Walsh-Hadamard peer")
@@ -252,6 +257,13 @@ def fwht_case(zvstats, rng, args):
     gb = (S * m * k + m * q) * 8 / 1e9
     name = f"fwhtbif m={m} L={L} S={S} k={k}"
     lines = [(name, float("nan"), t_ours, f"ours: CPU {c_ours:.2f} s, kernel {s_ours:.2f} of it; {gb:.2f} GB moved at least, {gb / t_ours:.2f} GB/s")]
+    if m == 20000:
+        bench = os.path.join(args.build, "bin", "fwht_bench")
+        best = benchmark_best(bench, "BM_(Floor|Expansion)Double_m20k_L1024_S4", args.repeats)
+        floor, gateway = best["BM_FloorDouble_m20k_L1024_S4"], best["BM_ExpansionDouble_m20k_L1024_S4"]
+        lines.append(("  floor (fwht_bench, same run)", float("nan"), floor,
+                      f"every angle through sin and cos, one write of the output; "
+                      f"the gateway there {gateway:.3f} s = {gateway / floor:.2f}x the floor (goal <= 1.5x)"))
     for layout in [p for p in args.peers.split(",") if p in ("cols", "rows")]:
         cpu = []
         if layout == "cols":
