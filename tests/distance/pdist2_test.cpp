@@ -127,6 +127,9 @@ TEST(Pdist2, EdgesOfSizesAndCodes) {
     auto list = six.list();
     list.pop_back();
     EXPECT_EQ(values(zvhost::call(pdist2bif, 1, list)[0]), (std::vector<double>{1, 2}));
+    // With no coordinates "seu" reads no weight, so none is missing.
+    auto noWeights = inputs(0, 2, 1, {}, {}, "seu");
+    EXPECT_EQ(values(zvhost::call(pdist2bif, 1, noWeights.list())[0]), (std::vector<double>{0, 0}));
     // The cosine family: 1 when there are no coordinates.
     auto none = inputs(0, 2, 1, {}, {}, "cos");
     EXPECT_EQ(values(zvhost::call(pdist2bif, 1, none.list())[0]), (std::vector<double>{1, 1}));

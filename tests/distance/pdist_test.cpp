@@ -139,6 +139,8 @@ TEST(Pdist, EdgeCasesOfSizes) {
     EXPECT_TRUE(std::isnan(pdist(none, 0, 2, "jac")[0]));
     Owned e = zvhost::scalar(3);
     EXPECT_EQ(pdist(none, 0, 2, "min", e.get())[0], std::pow(0.0, 1.0 / 3.0));
+    // With no coordinates "seu" reads no weight, so none is missing.
+    EXPECT_EQ(pdist(none, 0, 2, "seu")[0], 0.0);
     // Two all-zero observations share no non-zero coordinate.
     EXPECT_TRUE(std::isnan(pdist(std::vector<double>{0, 0, 0, 0}, 2, 2, "jac")[0]));
 }
@@ -154,6 +156,19 @@ TEST(Pdist, MissingWeightsOrFactorGiveNaNInsteadOfReadingPastTheInput) {
     ndGetColumnStarts(sparseWeights.get())[1] = 1;
     ndGetColumnStarts(sparseWeights.get())[2] = 1;
     for (const auto& v : pdist(x, 2, 3, "seu", sparseWeights.get())) EXPECT_TRUE(std::isnan(v));
+}
+
+TEST(Pdist, SparseDataHoldingFewerValuesThanItsShapeGivesNaN) {
+    // X is read as p-by-n values; a sparse X stores only its non-zeros.
+    Owned x(zvhost::createSparse(3, 40, 2));
+    static_cast<double*>(ndGetData(x.get()))[0] = 1.0;
+    static_cast<double*>(ndGetData(x.get()))[1] = 2.0;
+    ndGetRowIndices(x.get())[1] = 2;
+    for (size_t j = 1; j <= 40; ++j) ndGetColumnStarts(x.get())[j] = 2;
+    Owned code = zvhost::text("euc");
+    const auto y = zvhost::valuesOf<double>(zvhost::call(pdistbif, 1, {x.get(), code.get()})[0].get());
+    ASSERT_EQ(y.size(), 40u * 39 / 2);
+    for (double v : y) EXPECT_TRUE(std::isnan(v));
 }
 
 TEST(Pdist, CosineFamilyTakesPreparedDataAsGiven) {
