@@ -125,42 +125,32 @@ TEST(Pdist2, EdgesOfSizesAndCodes) {
 
 TEST(Pdist2, Identifiers) {
     auto in = inputs(2, 2, 2, {1, 2, 3, 4}, {1, 2, 3, 4}, "seu");
-    const auto list = in.list();
-    auto id = [&](int nout, size_t at, const ndArray* a, size_t count = 7) {
-        auto l = list;
-        if (at < l.size()) l[at] = a;
+    // The identifier of the call with inputs replaced at their positions,
+    // and the list cut to `count`.
+    auto id = [&](int nout, std::vector<std::pair<size_t, const ndArray*>> replaced, size_t count = 7) {
+        auto l = in.list();
+        for (auto [at, a] : replaced) l[at] = a;
         l.resize(count);
         return raisedId([&] { zvhost::call(pdist2bif, nout, l); });
     };
     const std::string prefix = "stats:pdist2bif:";
-    EXPECT_EQ(id(1, 7, nullptr, 5), prefix + "TooFewInputs");
-    EXPECT_EQ(id(3, 7, nullptr), prefix + "TooManyOutputs");
     Owned sparse(zvhost::createSparse(2, 2, 0)), single = zvhost::matrixOf<float>(2, 2);
     Owned ints = zvhost::matrixOf<int32_t>(2, 2), three = zvhost::matrixOf<double>(3, 2);
-    EXPECT_EQ(id(1, 1, sparse.get()), prefix + "SparseOrComplexInput");
-    EXPECT_EQ(id(1, 1, single.get()), prefix + "BadInputType");  // mixed classes
-    EXPECT_EQ(raisedId([&] {
-                  auto l = list;
-                  l[0] = l[1] = ints.get();
-                  zvhost::call(pdist2bif, 1, l);
-              }),
-              prefix + "BadInputType");
-    EXPECT_EQ(id(1, 1, three.get()), prefix + "XYDimsMismatch");
     Owned weightsSingle = zvhost::matrixOf<float>(1, 2, {1, 1});
-    EXPECT_EQ(id(1, 3, weightsSingle.get()), prefix + "MixedInputTypes");
-    for (double k : {0.0, 0.4, -0.9, kNaN}) {
-        Owned count = zvhost::scalar(k);
-        EXPECT_EQ(id(1, 4, count.get()), prefix + "numDistsTooSmall") << k;
-    }
+    EXPECT_EQ(id(1, {}, 5), prefix + "TooFewInputs");
+    EXPECT_EQ(id(3, {}), prefix + "TooManyOutputs");
+    EXPECT_EQ(id(1, {{1, sparse.get()}}), prefix + "SparseOrComplexInput");
+    EXPECT_EQ(id(1, {{1, single.get()}}), prefix + "BadInputType");  // mixed classes
+    EXPECT_EQ(id(1, {{0, ints.get()}, {1, ints.get()}}), prefix + "BadInputType");
+    EXPECT_EQ(id(1, {{1, three.get()}}), prefix + "XYDimsMismatch");
+    EXPECT_EQ(id(1, {{3, weightsSingle.get()}}), prefix + "MixedInputTypes");
+    for (double k : {0.0, 0.4, -0.9, kNaN})
+        EXPECT_EQ(id(1, {{4, zvhost::scalar(k).get()}}), prefix + "numDistsTooSmall") << k;
     Owned wide(ndCreateNumericMatrix(0, 30000000, ndDOUBLE_CLASS, ndREAL));
-    auto l = list;
-    l[0] = l[1] = wide.get();
-    EXPECT_EQ(raisedId([&] { zvhost::call(pdist2bif, 1, l); }), prefix + "OutputTooLarge");
+    EXPECT_EQ(id(1, {{0, wide.get()}, {1, wide.get()}}), prefix + "OutputTooLarge");
     // The same sizes in the radius mode need no test.
     Owned radius = zvhost::scalar(0), none(ndCreateNumericMatrix(0, 0, ndDOUBLE_CLASS, ndREAL));
-    l[1] = none.get();
-    l[5] = radius.get();
-    EXPECT_EQ(raisedId([&] { zvhost::call(pdist2bif, 1, l); }), "");
+    EXPECT_EQ(id(1, {{0, wide.get()}, {1, none.get()}, {5, radius.get()}}), "");
 }
 
 TEST(Pdist2, ModesAgreeAndDoNotDependOnTheThreadCount) {
