@@ -109,8 +109,10 @@ void pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptSta
             panelWalker());
         break;
     case PairMetric::SEuclidean:
-        if (holdsMatrix(pr.extraCount, pr.p, 1)) run(SEuclideanMetric<T>{.weights = pr.extra}, nullptr, nullptr, panelWalker());
-        else run(UndefinedMetric<T>{});
+        if (holdsMatrix(pr.extraCount, pr.p, 1))
+            run(SEuclideanMetric<T>{.weights = pr.extra}, nullptr, nullptr, panelWalker());
+        else
+            run(UndefinedMetric<T>{});
         break;
     case PairMetric::CityBlock: run(CityBlockMetric<T>{}, nullptr, nullptr, panelWalker()); break;
     case PairMetric::Mahalanobis:

@@ -193,7 +193,8 @@ TEST(Pdist2Heterogeneous, CodesOutputsAndEmptySets) {
 
     for (auto [nx, ny] : {std::pair<size_t, size_t>{0, 3}, {4, 0}, {0, 0}})
         for (const char* code : kMeasures)
-            EXPECT_TRUE(heterogeneous(code, mixedData<double>(2, nx, C, 15), mixedData<double>(2, ny, C, 16), C).empty());
+            EXPECT_TRUE(
+                heterogeneous(code, mixedData<double>(2, nx, C, 15), mixedData<double>(2, ny, C, 16), C).empty());
     // No coordinates: "lin" sums nothing, the means are 0/0.
     const Observations<double> none3{0, 3, {}, {}}, none2{0, 2, {}, {}};
     EXPECT_EQ(heterogeneous("lin", none3, none2, std::vector<uint64_t>{}), std::vector<double>(6, 0.0));

@@ -23,7 +23,8 @@ Inputs inputs(size_t p, size_t nx, size_t ny, const std::vector<double>& x, cons
     auto scalarOrEmpty = [](double v) { return std::isnan(v) ? zvhost::matrixOf<double>(0, 0) : zvhost::scalar(v); };
     return {zvhost::matrixOf<double>(p, nx, std::span<const double>(x)),
             zvhost::matrixOf<double>(p, ny, std::span<const double>(y)), zvhost::text(code),
-            zvhost::matrixOf<double>(0, 0), scalarOrEmpty(count), scalarOrEmpty(radius), zvhost::matrixOf<double>(0, 0)};
+            zvhost::matrixOf<double>(0, 0), scalarOrEmpty(count), scalarOrEmpty(radius),
+            zvhost::matrixOf<double>(0, 0)};
 }
 
 std::vector<double> values(const Owned& a) { return zvhost::valuesOf<double>(a.get()); }

@@ -324,7 +324,8 @@ TEST(Pdist2Sparse, Identifiers) {
 
 TEST(Pdist2Sparse, ResultsDoNotDependOnTheThreadCount) {
     const size_t p = 500;
-    Owned x = sparseOfDense(randomDense(p, 150, 0.03, 1), p, 150), y = sparseOfDense(randomDense(p, 170, 0.03, 2), p, 170);
+    Owned x = sparseOfDense(randomDense(p, 150, 0.03, 1), p, 150);
+    Owned y = sparseOfDense(randomDense(p, 170, 0.03, 2), p, 170);
     zvtest::LeakCheck leaks;
     expectThreadCountFree([&] { return pdist2Sparse(x.get(), y.get(), "euc"); });
 }

@@ -102,7 +102,8 @@ TEST(Pdist, EdgeCasesOfSizes) {
     // p = 0: sums are 0, with no weight or factor to read; counting metrics
     // divide 0 by 0; the cosine family's dot product is 0.
     const std::vector<double> none;
-    for (const char* code : {"euc", "sqe", "seu", "cit", "che", "mah"}) EXPECT_EQ(pdist(none, 0, 2, code)[0], 0.0) << code;
+    for (const char* code : {"euc", "sqe", "seu", "cit", "che", "mah"})
+        EXPECT_EQ(pdist(none, 0, 2, code)[0], 0.0) << code;
     EXPECT_EQ(pdist(none, 0, 2, "cos")[0], 1.0);
     expectAllNaN(pdist(none, 0, 2, "ham"));
     expectAllNaN(pdist(none, 0, 2, "jac"));
