@@ -1,9 +1,8 @@
 # pdistbif against scipy.spatial.distance.pdist. The gateway takes X with
 # one observation per column, so scipy's n-by-p data goes in transposed, and
 # what pdist prepares itself (weights, the Cholesky factor, normalised
-# observations) is prepared here.
-import itertools
-
+# observations) is prepared here. Edge cases, missing data and identifiers
+# are the C++ suite's.
 import numpy as np
 import pytest
 from scipy.spatial.distance import pdist, squareform
@@ -19,10 +18,6 @@ def gateway_pdist(data, code, *extra, nout=1):
     assert y.shape == (1, n * (n - 1) // 2)
     assert y.dtype == data.dtype
     return y[0]
-
-
-def pair_index(n):
-    return list(itertools.combinations(range(n), 2))
 
 
 rng = np.random.default_rng(20240611)
@@ -136,137 +131,3 @@ def test_single_precision_mahalanobis_and_cosine():
                                pdist(data, "mahalanobis", VI=vi), rtol=1e-4)
     np.testing.assert_allclose(gateway_pdist(normalised(data).astype(np.float32), "cosine"),
                                pdist(data, "cosine"), atol=1e-5)
-
-
-# ---- missing data ----------------------------------------------------------------------
-
-@pytest.mark.parametrize("dtype", [np.float64, np.float32])
-@pytest.mark.parametrize("code, metric", [("hamming", "hamming"), ("jaccard", "jaccard"),
-                                          ("chebychev", "chebyshev"), ("euclidean", "euclidean")])
-def test_nan_observation_poisons_all_its_pairs(code, metric, dtype):
-    data = TIES.copy()
-    data[3, 5] = np.nan
-    data[8, 0] = np.nan
-    # Row 11 differs from row 3 only where row 3 holds the NaN: the pair
-    # would compare as unequal there, yet it too must be NaN.
-    data[11] = data[3]
-    data[11, 5] = 7.0
-    y = gateway_pdist(data.astype(dtype), code)
-    clean = pdist(np.nan_to_num(data), metric)
-    for k, (i, j) in enumerate(pair_index(len(data))):
-        if {i, j} & {3, 8}:
-            assert np.isnan(y[k]), (i, j)
-        elif dtype == np.float64:
-            assert y[k] == clean[k]
-        else:
-            assert y[k] == pytest.approx(clean[k], rel=1e-6)
-
-
-# ---- edge cases ---------------------------------------------------------------------------
-
-ALL_CODES = ["euclidean", "sqeuclidean", "seuclidean", "cityblock", "minkowski", "cosine", "correlation",
-             "spearman", "hamming", "jaccard", "chebychev", "mahalanobis"]
-
-
-@pytest.mark.parametrize("n", [0, 1])
-@pytest.mark.parametrize("code", ALL_CODES)
-def test_fewer_than_two_observations_give_an_empty_row(code, n):
-    x = np.ones((3, n))
-    extra = {"seuclidean": (np.ones(3),), "mahalanobis": (np.eye(3),), "minkowski": (3.0,)}.get(code, ())
-    (y,) = zvstats.call("pdistbif", 1, x, code, *extra)
-    assert y.shape == (1, 0) and y.dtype == np.float64
-
-
-@pytest.mark.parametrize("code, expected", [
-    ("euclidean", 0.0), ("sqeuclidean", 0.0), ("cityblock", 0.0), ("chebychev", 0.0),
-    ("hamming", np.nan), ("jaccard", np.nan),
-])
-def test_no_coordinates(code, expected):
-    (y,) = zvstats.call("pdistbif", 1, np.empty((0, 4)), code)
-    np.testing.assert_array_equal(y, np.full((1, 6), expected))
-
-
-def test_no_coordinates_minkowski_is_pow_of_zero():
-    (y,) = zvstats.call("pdistbif", 1, np.empty((0, 3)), "minkowski", 3.0)
-    np.testing.assert_array_equal(y, np.zeros((1, 3)))
-
-
-def test_jaccard_of_two_all_zero_observations_is_nan():
-    data = np.array([[0.0, 0.0, 0.0], [0.0, 0.0, 0.0], [1.0, 0.0, 2.0], [0.0, 0.0, 2.0]])
-    y = gateway_pdist(data, "jaccard")
-    # Pairs (0,1) (0,2) (0,3) (1,2) (1,3) (2,3): only (0,1) has no non-zero.
-    np.testing.assert_array_equal(y, [np.nan, 1.0, 1.0, 1.0, 1.0, 0.5])
-
-
-def test_cosine_of_a_dot_product_above_one_is_exactly_zero():
-    eps = np.finfo(np.float64).eps
-    values = [1.0 + eps, 1.0, 1.0 - eps / 2, -1.0, 0.5]
-    y = gateway_pdist(np.array(values)[:, None], "cosine")
-    expected = [0.0 if u * v > 1.0 else 1.0 - u * v for u, v in itertools.combinations(values, 2)]
-    np.testing.assert_array_equal(y, expected)
-    assert y[0] == 0.0 and not np.signbit(y[0])  # 1 + eps: no negative distance
-    assert y[1] == 0.0                           # (1+eps)(1-eps/2) rounds to 1
-    assert y[4] == eps / 2                       # just below 1 keeps its difference
-
-
-@pytest.mark.parametrize("code", ["xyz", "Euclidean", "eu", ""])
-def test_unknown_code_returns_zeros(code):
-    np.testing.assert_array_equal(gateway_pdist(GAUSSIAN, code), np.zeros(23 * 22 // 2))
-
-
-def test_only_the_first_three_letters_select_the_metric():
-    np.testing.assert_array_equal(gateway_pdist(GAUSSIAN, "euclideanXYZ"), pdist(GAUSSIAN))
-    np.testing.assert_array_equal(gateway_pdist(TIES, "hamster"), pdist(TIES, "hamming"))
-    np.testing.assert_array_equal(gateway_pdist(GAUSSIAN, "sqe"), pdist(GAUSSIAN, "sqeuclidean"))
-
-
-def test_layout_is_one_observation_per_column():
-    # Columns (0, 3) and (0, 4) are 1 apart; the rows would be 5 apart.
-    (y,) = zvstats.call("pdistbif", 1, np.array([[0.0, 0.0], [3.0, 4.0]]), "euclidean")
-    np.testing.assert_array_equal(y, [[1.0]])
-
-
-# ---- the third input ---------------------------------------------------------------------
-
-def test_minkowski_exponent_may_be_any_numeric_class():
-    reference = gateway_pdist(GAUSSIAN, "minkowski", 3.0)
-    for exponent in [np.int32(3), np.array([[3]], dtype=np.uint8), np.float32(3.0), zvstats.Array("int64", (1, 1), 3)]:
-        np.testing.assert_array_equal(gateway_pdist(GAUSSIAN, "minkowski", exponent), reference)
-
-
-def test_empty_or_extra_inputs_are_ignored():
-    reference = pdist(GAUSSIAN)
-    np.testing.assert_array_equal(gateway_pdist(GAUSSIAN, "euclidean", np.empty((0, 0), np.float32)), reference)
-    np.testing.assert_array_equal(gateway_pdist(GAUSSIAN, "euclidean", None, "ignored", [1, 2]), reference)
-
-
-# ---- identifiers on bad input -------------------------------------------------------------
-
-X = np.ascontiguousarray(GAUSSIAN.T)
-W = inverse_weights(GAUSSIAN)
-
-
-@pytest.mark.parametrize("nout, args, identifier", [
-    (1, (), "TooFewInputs"),
-    (1, (X,), "TooFewInputs"),
-    (2, (X,), "TooFewInputs"),            # inputs are counted before outputs
-    (2, (X, "euclidean"), "TooManyOutputs"),
-    (1, (X.astype(np.int32), "euclidean"), "BadInputType"),
-    (1, (X > 0, "euclidean"), "BadInputType"),
-    (1, ("text", "euclidean"), "BadInputType"),
-    (1, ([X], "euclidean"), "BadInputType"),
-    (1, (X.astype(np.complex128), "xyz"), None),  # complex double is double to the class test
-    (1, (X.astype(np.float32), "seuclidean", W), "MixedInputTypes"),
-    (1, (X, "seuclidean", W.astype(np.float32)), "MixedInputTypes"),
-    (1, (X, "mahalanobis", np.eye(9, dtype=np.float32)), "MixedInputTypes"),
-    (1, (X, "euclidean", np.ones(3, np.float32)), "MixedInputTypes"),
-    (1, (np.empty((0, 2**25)), "euclidean"), "OutputTooLarge"),
-], ids=lambda v: v if isinstance(v, str) else None)
-def test_bad_input_identifiers(nout, args, identifier):
-    if identifier is None:
-        zvstats.call("pdistbif", nout, *args)
-        return
-    with pytest.raises(zvstats.HostError) as err:
-        zvstats.call("pdistbif", nout, *args)
-    assert err.value.identifier == "stats:pdistbif:" + identifier
-    assert err.value.args == ()

@@ -146,7 +146,7 @@ public:
                             });
             return;
         }
-        PairScratch<T, Metric> scratch(this->p);
+        const Scratch<T> scratch = pairScratch<T, Metric>(this->p);
         for (size_t j = r.rows().begin(); j != r.rows().end(); ++j)
             for (size_t i = r.cols().begin(); i != r.cols().end(); ++i)
                 this->D[j * this->nx + i] = pairs_.metric.finish(pairs_(i, j, scratch.get()));
@@ -207,7 +207,7 @@ public:
                 for (size_t j = j0; j < j1; ++j) store(heaps[j - j0], j);
             }
         } else {
-            PairScratch<T, Metric> scratch(this->p);
+            const Scratch<T> scratch = pairScratch<T, Metric>(this->p);
             std::vector<idxDistPdist2<T>> heap;
             heap.reserve(K);
             for (size_t j = r.begin(); j != r.end(); ++j) {
@@ -274,7 +274,7 @@ public:
                 if (v <= bound) this->results[j].push_back({v, i});
             });
         } else {
-            PairScratch<T, Metric> scratch(this->p);
+            const Scratch<T> scratch = pairScratch<T, Metric>(this->p);
             for (size_t j = r.begin(); j != r.end(); ++j)
                 for (size_t i = 0; i < this->nx; ++i) {
                     const T v = pairs_(i, j, scratch.get());

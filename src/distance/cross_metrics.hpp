@@ -6,10 +6,9 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
-#include <memory>
 
 #include "frame/blas.hpp"
-#include "host/host.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::distance {
 
@@ -151,20 +150,12 @@ inline constexpr bool kNeedsScratch = false;
 template <class T>
 inline constexpr bool kNeedsScratch<MahalanobisMetric<T>> = true;
 
-// Per-body-call scratch of p values from the worker-safe host allocator.
+// The scratch a body call of the metric works in, from the worker-safe host
+// allocator; none (a null pointer) for the metrics that need none.
 template <class T, class Metric>
-class PairScratch {
-public:
-    explicit PairScratch(size_t p) : data_(nullptr, &ndFreeEx) {
-        if constexpr (kNeedsScratch<Metric>) {
-            data_.reset(ndMallocEx(p * sizeof(T)));
-            if (!data_) throw bedrock::core::except::bad_alloc();
-        }
-    }
-    T* get() const { return static_cast<T*>(data_.get()); }
-
-private:
-    std::unique_ptr<void, void (*)(void*)> data_;
-};
+Scratch<T> pairScratch(size_t p) {
+    if constexpr (kNeedsScratch<Metric>) return Scratch<T>(p, Heap::worker);
+    else return {};
+}
 
 }  // namespace zv::distance

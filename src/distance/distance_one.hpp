@@ -94,7 +94,7 @@ public:
     void operator()(const tbb::blocked_range<size_t>& rows) const override {
         InterruptState::ThrowIfInterruptPending(this->interrupt);
         const size_t p = this->p;
-        PairScratch<T, Metric> scratch(p);
+        const Scratch<T> scratch = pairScratch<T, Metric>(p);
         this->walk(rows, [&](size_t i, size_t j) {
             if (marks_ && (marks_[i] != 0 || marks_[j] != 0)) return marks_[i] + marks_[j];
             return metric_.finish(metric_.value(this->x + i * p, this->x + j * p, p, scratch.get()));

@@ -9,24 +9,20 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <vector>
 
 #include "distance/heterogeneous_distance.hpp"
+#include "distance/stored_values.hpp"
 
 namespace zv::distance {
 
 namespace {
 
-// True when `count` elements hold a rows-by-cols matrix; the product itself
-// may not fit in a size_t.
-bool holds(size_t count, size_t rows, size_t cols) { return cols == 0 || rows <= count / cols; }
-
 template <class T>
 bool inputsComplete(const HeterogeneousProblem<T>& pr) {
-    return holds(pr.yCount, pr.p, pr.ny) && holds(pr.fCount, pr.p, pr.nx) && holds(pr.gCount, pr.p, pr.ny) &&
-           pr.categoricalCount >= pr.c;
+    return holdsMatrix(pr.yCount, pr.p, pr.ny) && holdsMatrix(pr.fCount, pr.p, pr.nx) &&
+           holdsMatrix(pr.gCount, pr.p, pr.ny) && pr.categoricalCount >= pr.c;
 }
 
 // sums[i] = the sum over the entries e of C, in order, of
@@ -60,8 +56,6 @@ void runPairs(size_t nx, size_t ny, const Body& body) {
 
 template <class T>
 void heterogeneousEngine(const HeterogeneousProblem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
-    auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
-    if (!is("lin") && !is("goo") && !is("ofd")) return;
     if (!inputsComplete(pr)) {
         std::fill(pr.d, pr.d + pr.nx * pr.ny, std::numeric_limits<T>::quiet_NaN());
         return;
@@ -70,17 +64,19 @@ void heterogeneousEngine(const HeterogeneousProblem<T>& pr, const std::shared_pt
     const T *x = pr.x, *y = pr.y, *f = pr.f, *g = pr.g;
     const size_t* C = pr.categorical;
 
-    if (is("lin")) {
+    switch (pr.measure) {
+    case HeterogeneousMeasure::Lin: {
         // The log sums share the denominator nx + ny; the distances use nx + 1.
         std::vector<T> a(nx, T(0)), b(ny, T(0));
         const T total = T(nx + ny);
         fillLogSums(a.data(), f, nx, p, C, c, total);
         fillLogSums(b.data(), g, ny, p, C, c, total);
-        runPairs(nx, ny, LinDistanceTwo<T>(x, y, nx, ny, p, pr.d, interrupt, f, g, C, c, a.data(), b.data()));
-    } else if (is("goo")) {
-        runPairs(nx, ny, GoodDistanceTwo<T>(x, y, nx, ny, p, pr.d, interrupt, f, g, C, c));
-    } else {
-        runPairs(nx, ny, OfDistanceTwo<T>(x, y, nx, ny, p, pr.d, interrupt, f, g, C, c));
+        return runPairs(nx, ny, LinDistanceTwo<T>(x, y, nx, ny, p, pr.d, interrupt, f, g, C, c, a.data(), b.data()));
+    }
+    case HeterogeneousMeasure::Goodall:
+        return runPairs(nx, ny, GoodDistanceTwo<T>(x, y, nx, ny, p, pr.d, interrupt, f, g, C, c));
+    case HeterogeneousMeasure::OccurrenceFrequency:
+        return runPairs(nx, ny, OfDistanceTwo<T>(x, y, nx, ny, p, pr.d, interrupt, f, g, C, c));
     }
 }
 

@@ -5,9 +5,18 @@
 #include <cstddef>
 #include <memory>
 
+#include "frame/options.hpp"
 #include "host/interrupt.hpp"
 
 namespace zv::distance {
+
+enum class HeterogeneousMeasure { Lin, Goodall, OccurrenceFrequency };
+
+// By the first three letters of the code, compared exactly.
+inline constexpr OptionName<HeterogeneousMeasure> kHeterogeneousMeasureCodes[] = {
+    {"lin", HeterogeneousMeasure::Lin},
+    {"goo", HeterogeneousMeasure::Goodall},
+    {"ofd", HeterogeneousMeasure::OccurrenceFrequency}};
 
 template <class T>
 struct HeterogeneousProblem {
@@ -18,14 +27,14 @@ struct HeterogeneousProblem {
     const T* g;                 // coordinate, its scaled value at a continuous one; G for Y
     const size_t* categorical;  // c coordinates, 1-based, ascending
     size_t c;
-    const char* code;           // "lin", "goo" or "ofd"
+    HeterogeneousMeasure measure;
     T* d;                       // nx-by-ny, zero on entry
     // What stands behind y, f, g (in T) and categorical (in 64-bit words).
     // Nothing past them is read: too little gives NaN distances.
     size_t yCount, fCount, gCount, categoricalCount;
 };
 
-// Fills problem.d; an unknown code leaves it untouched.
+// Fills problem.d.
 template <class T>
 void heterogeneousEngine(const HeterogeneousProblem<T>& problem,
                          const std::shared_ptr<InterruptStateData>& interrupt);

@@ -4,19 +4,10 @@
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
-#include <tbb/scalable_allocator.h>
 
 #include <algorithm>
-#include <new>
 
 namespace zv::distance {
-
-namespace {
-template <class T>
-void freePanels(T* p) {
-    scalable_aligned_free(p);
-}
-}  // namespace
 
 template <class T>
 ObservationPanels<T> ObservationPanels<T>::build(const T* x, size_t n, size_t p) {
@@ -24,9 +15,7 @@ ObservationPanels<T> ObservationPanels<T>::build(const T* x, size_t n, size_t p)
     out.numPanels = (n + kLanes - 1) / kLanes;
     const size_t count = out.numPanels * kLanes * (p ? p : 1);
     if (out.numPanels == 0) return out;
-    void* raw = scalable_aligned_malloc(count * sizeof(T), 64);
-    if (!raw) throw std::bad_alloc();
-    out.data = std::unique_ptr<T[], void (*)(T*)>(static_cast<T*>(raw), &freePanels<T>);
+    out.data = Scratch<T>(count, Heap::alignedWorker);
     T* data = out.data.get();
     tbb::parallel_for(tbb::blocked_range<size_t>(0, out.numPanels, 1),
                       [=](const tbb::blocked_range<size_t>& r) {

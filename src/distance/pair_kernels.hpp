@@ -1,15 +1,17 @@
 // Vectorised walks over rows of the distance triangle for the metrics whose
 // per-coordinate step is plain arithmetic. Work is vectorised across pairs,
 // never along the coordinates, so every distance is the plain ascending sum.
+// They serve Euclidean, SquaredEuclidean, SEuclidean, CityBlock, Chebychev
+// and Hamming; no other metric reaches them.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+
+#include "distance/pair_metric.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::distance {
-
-enum class PairMetric { Euclidean, SquaredEuclidean, SEuclidean, CityBlock, Chebychev, Hamming };
 
 // Observations regrouped in panels of kLanes: panel b holds, for k = 0..p-1,
 // the k-th coordinate of observations b*kLanes .. b*kLanes + kLanes - 1
@@ -17,7 +19,7 @@ enum class PairMetric { Euclidean, SquaredEuclidean, SEuclidean, CityBlock, Cheb
 template <class T>
 struct ObservationPanels {
     static constexpr size_t kLanes = 128 / sizeof(T);
-    std::unique_ptr<T[], void (*)(T*)> data{nullptr, nullptr};
+    Scratch<T> data;  // on cache lines, for the kernels' vector loads
     size_t numPanels = 0;
 
     static ObservationPanels build(const T* x, size_t n, size_t p);

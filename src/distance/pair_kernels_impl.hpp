@@ -227,6 +227,7 @@ void dispatchBlock(const CrossBlock<T>& b) {
     case PairMetric::CityBlock: return blockValues<T, PairMetric::CityBlock>(b);
     case PairMetric::Chebychev: return blockValues<T, PairMetric::Chebychev>(b);
     case PairMetric::Hamming: return blockValues<T, PairMetric::Hamming>(b);
+    default: return;
     }
 }
 
@@ -239,6 +240,7 @@ void dispatchRows(const TriangleTask<T>& t, size_t rowBegin, size_t rowEnd) {
     case PairMetric::CityBlock: return rows<T, PairMetric::CityBlock>(t, rowBegin, rowEnd);
     case PairMetric::Chebychev: return rows<T, PairMetric::Chebychev>(t, rowBegin, rowEnd);
     case PairMetric::Hamming: return rows<T, PairMetric::Hamming>(t, rowBegin, rowEnd);
+    default: return;
     }
 }
 

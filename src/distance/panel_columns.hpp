@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <optional>
 
+#include "distance/metric_codes.hpp"
 #include "distance/pair_kernels.hpp"
 #include "frame/gateway.hpp"
 
@@ -19,10 +20,9 @@ namespace zv::distance {
 // parameter. Anything else keeps the nested call.
 inline std::optional<PairMetric> panelMetricOf(const ndArray* code, const ndArray* parameter) {
     if (parameter && !ndIsEmpty(parameter)) return std::nullopt;
-    const zv::ShortCode<4> metric(code);
-    if (metric.is("euc")) return PairMetric::Euclidean;
-    if (metric.is("sqe")) return PairMetric::SquaredEuclidean;
-    if (metric.is("cit")) return PairMetric::CityBlock;
+    const auto metric = metricOfCode(code);
+    if (metric == PairMetric::Euclidean || metric == PairMetric::SquaredEuclidean || metric == PairMetric::CityBlock)
+        return metric;
     return std::nullopt;
 }
 

@@ -1,4 +1,4 @@
-// The condensed-distance engine: picks the functor for a metric code and runs
+// The condensed-distance engine: picks the functor for a metric and runs
 // it over the rows of the triangle; the cosine family runs as one
 // matrix-vector product per row on the calling thread.
 #include "distance/pdist.hpp"
@@ -7,7 +7,6 @@
 #include <tbb/parallel_for.h>
 
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <new>
 #include <type_traits>
@@ -15,6 +14,7 @@
 
 #include "distance/distance_one.hpp"
 #include "distance/nan_marks.hpp"
+#include "distance/stored_values.hpp"
 #include "frame/blas.hpp"
 #include "frame/message_ids.hpp"
 
@@ -52,51 +52,48 @@ void fillNaN(const PdistProblem<T>& pr) {
 template <class T>
 void pdistEngine(const PdistProblem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
     const size_t n = pr.n, p = pr.p;
-    auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
-    auto panelTask = [&](PairMetric metric, const ObservationPanels<T>& panels, const T* marks) {
-        return TriangleTask<T>{metric, pr.x, n, p, &panels, pr.extra, marks, pr.y};
+    if (!holdsMatrix(pr.xCount, p, n)) return fillNaN(pr);
+    auto panelTask = [&](const ObservationPanels<T>& panels, const T* marks) {
+        return TriangleTask<T>{pr.metric, pr.x, n, p, &panels, pr.extra, marks, pr.y};
     };
-    auto runPanels = [&]<class Body>(std::type_identity<Body>, PairMetric metric, const T* marks) {
+    auto runPanels = [&]<class Body>(std::type_identity<Body>, const T* marks = nullptr) {
         const auto panels = ObservationPanels<T>::build(pr.x, n, p);
-        runRows(n, Body(panelTask(metric, panels, marks), interrupt));
+        runRows(n, Body(panelTask(panels, marks), interrupt));
     };
-    const std::type_identity<EuclideanDistanceOne<T>> euclidean;
-    const std::type_identity<SEuclideanDistanceOne<T>> seuclidean;
-    const std::type_identity<CityBlockDistanceOne<T>> cityBlock;
-    const std::type_identity<HammingDistanceOne<T>> hamming;
-    const std::type_identity<ChebychevDistanceOne<T>> chebychev;
+    auto withMarks = [&](auto run) {
+        if (n == 0) return;
+        const std::vector<T> marks = nanMarks(pr.x, n, p);
+        run(marks.empty() ? nullptr : marks.data());
+    };
 
-    if (is("euc") || is("sqe")) {
-        runPanels(euclidean, is("sqe") ? PairMetric::SquaredEuclidean : PairMetric::Euclidean, nullptr);
-    } else if (is("seu")) {
-        if (!pr.extra || pr.extraCount < p) return fillNaN(pr);
-        runPanels(seuclidean, PairMetric::SEuclidean, nullptr);
-    } else if (is("cit")) {
-        runPanels(cityBlock, PairMetric::CityBlock, nullptr);
-    } else if (is("min")) {
-        runRows(n, MinkowskiDistanceOne<T>(pr.x, n, p, pr.y, interrupt,
-                                            MinkowskiMetric<T>{pr.exponent, T(1) / pr.exponent}));
-    } else if (is("cos") || is("cor") || is("spe")) {
-        similarityRows(pr, interrupt);
-    } else if (is("ham") || is("che")) {
+    switch (pr.metric) {
+    case PairMetric::Euclidean:
+    case PairMetric::SquaredEuclidean: return runPanels(std::type_identity<EuclideanDistanceOne<T>>{});
+    case PairMetric::SEuclidean:
+        if (!holdsMatrix(pr.extraCount, p, 1)) return fillNaN(pr);
+        return runPanels(std::type_identity<SEuclideanDistanceOne<T>>{});
+    case PairMetric::CityBlock: return runPanels(std::type_identity<CityBlockDistanceOne<T>>{});
+    case PairMetric::Minkowski:
+        return runRows(n, MinkowskiDistanceOne<T>(pr.x, n, p, pr.y, interrupt,
+                                                   MinkowskiMetric<T>{pr.exponent, T(1) / pr.exponent}));
+    case PairMetric::Similarity: return similarityRows(pr, interrupt);
+    case PairMetric::Hamming:
+        return withMarks([&](const T* marks) { runPanels(std::type_identity<HammingDistanceOne<T>>{}, marks); });
+    case PairMetric::Chebychev:
+        return withMarks([&](const T* marks) { runPanels(std::type_identity<ChebychevDistanceOne<T>>{}, marks); });
+    case PairMetric::Jaccard:
+        return withMarks([&](const T* marks) {
+            runRows(n, JaccardDistanceOne<T>(pr.x, n, p, pr.y, interrupt, JaccardMetric<T>{}, marks));
+        });
+    case PairMetric::Mahalanobis:
         if (n == 0) return;
-        const std::vector<T> marks = nanMarks(pr.x, n, p);
-        const T* markData = marks.empty() ? nullptr : marks.data();
-        if (is("ham")) runPanels(hamming, PairMetric::Hamming, markData);
-        else runPanels(chebychev, PairMetric::Chebychev, markData);
-    } else if (is("jac")) {
-        if (n == 0) return;
-        const std::vector<T> marks = nanMarks(pr.x, n, p);
-        runRows(n, JaccardDistanceOne<T>(pr.x, n, p, pr.y, interrupt, JaccardMetric<T>{},
-                                         marks.empty() ? nullptr : marks.data()));
-    } else if (is("mah")) {
-        if (n == 0) return;
-        if (p > 0 && (!pr.extra || pr.extraCount < p * p)) return fillNaN(pr);
+        if (!holdsMatrix(pr.extraCount, p, p)) return fillNaN(pr);
         try {
             runRows(n, MahalanobisDistanceOne<T>(pr.x, n, p, pr.y, interrupt, MahalanobisMetric<T>{pr.extra}));
         } catch (const std::bad_alloc&) {
             ndErrMsgId(stats::pdistbif::MemoryLessThanXBytes(long(sizeof(T) * p)));
         }
+        return;
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "distance/pair_metric.hpp"
 #include "host/interrupt.hpp"
 
 namespace zv::distance {
@@ -11,17 +12,18 @@ namespace zv::distance {
 template <class T>
 struct PdistProblem {
     const T* x;          // p-by-n, one observation per column
+    size_t xCount;       // values stored behind x
     size_t n;
     size_t p;
-    const char* code;    // three-letter metric code
-    T exponent;          // "min"
-    const T* extra;      // "seu": p weights, "mah": p-by-p factor R; may be null
-    size_t extraCount;   // elements behind `extra`
+    PairMetric metric;
+    T exponent;          // Minkowski
+    const T* extra;      // SEuclidean: p weights, Mahalanobis: p-by-p factor R; may be null
+    size_t extraCount;   // values stored behind `extra`
     T* y;                // n(n-1)/2 outputs, zero on entry
 };
 
-// Fills problem.y. An unknown code leaves it untouched. For "seu" and "mah"
-// without enough weights or factor values every distance is NaN.
+// Fills problem.y. Where x, the weights or the factor store fewer values
+// than the metric reads, every distance is NaN.
 template <class T>
 void pdistEngine(const PdistProblem<T>& problem, const std::shared_ptr<InterruptStateData>& interrupt);
 

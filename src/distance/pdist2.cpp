@@ -1,17 +1,18 @@
-// The cross-distance engine: picks the metric policy for a code and runs the
+// The cross-distance engine: picks the policy of a metric and runs the
 // functor of the requested mode.
 #include "distance/pdist2.hpp"
 
 #include <tbb/blocked_range.h>
 #include <tbb/blocked_range2d.h>
 #include <tbb/parallel_for.h>
+#include <tbb/parallel_sort.h>
 
-#include <cstring>
 #include <new>
 #include <vector>
 
 #include "distance/cross_distance.hpp"
 #include "distance/nan_marks.hpp"
+#include "distance/stored_values.hpp"
 #include "frame/blas.hpp"
 #include "frame/message_ids.hpp"
 
@@ -68,67 +69,80 @@ void similarityMatrix(const Pdist2Problem<T>& pr, const std::shared_ptr<Interrup
     }
 }
 
+// The hit lists, sorted one after the other on the calling thread.
+template <class T>
+void sortHits(RadiusResults<T>& results) {
+    for (auto& hits : results)
+        if (!hits.empty()) tbb::parallel_sort(hits.begin(), hits.end());
+}
+
 }  // namespace
 
 template <class T>
-bool pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
-    auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
+void pdist2Engine(const Pdist2Problem<T>& pr, const std::shared_ptr<InterruptStateData>& interrupt) {
     const CrossRun<T> run(pr, interrupt);
     // The metrics with vectorised kernels run over panels of X built once.
     ObservationPanels<T> panels;
     PanelWalker<T> walker{};
-    auto panelWalker = [&](PairMetric metric) {
+    auto panelWalker = [&] {
         if (PanelWalker<T>::regroupsOnTheFly(pr.ny, pr.p)) {
-            walker = PanelWalker<T>{nullptr, metric, pr.y, pr.p, pr.extra, pr.x, pr.nx};
+            walker = PanelWalker<T>{nullptr, pr.metric, pr.y, pr.p, pr.extra, pr.x, pr.nx};
         } else {
             panels = ObservationPanels<T>::build(pr.x, pr.nx, pr.p);
-            walker = PanelWalker<T>{&panels, metric, pr.y, pr.p, pr.extra};
+            walker = PanelWalker<T>{&panels, pr.metric, pr.y, pr.p, pr.extra};
         }
         return &walker;
     };
-    const bool hasWeights = pr.extra && pr.extraCount >= pr.p;
-    const bool hasFactor = pr.p == 0 || (pr.extra && pr.extraCount >= pr.p * pr.p);
+    auto withMarks = [&](auto run) {
+        std::vector<T> marksX = nanMarks(pr.x, pr.nx, pr.p), marksY = nanMarks(pr.y, pr.ny, pr.p);
+        if (!marksX.empty() || !marksY.empty()) {
+            marksX.resize(pr.nx, T(0));
+            marksY.resize(pr.ny, T(0));
+        }
+        run(marksX.empty() ? nullptr : marksX.data(), marksY.empty() ? nullptr : marksY.data());
+    };
 
-    if (is("euc") || is("sqe")) {
-        run(EuclideanMetric<T>{.squared = is("sqe")}, nullptr, nullptr, panelWalker(PairMetric::Euclidean));
-    } else if (is("seu")) {
-        if (hasWeights) run(SEuclideanMetric<T>{.weights = pr.extra}, nullptr, nullptr, panelWalker(PairMetric::SEuclidean));
-        else run(UndefinedMetric<T>{});
-    } else if (is("cit")) {
-        run(CityBlockMetric<T>{}, nullptr, nullptr, panelWalker(PairMetric::CityBlock));
-    } else if (is("mah")) {
-        if (!hasFactor) {
+    switch (pr.metric) {
+    case PairMetric::Euclidean:
+    case PairMetric::SquaredEuclidean:
+        run(EuclideanMetric<T>{.squared = pr.metric == PairMetric::SquaredEuclidean}, nullptr, nullptr,
+            panelWalker());
+        break;
+    case PairMetric::SEuclidean:
+        if (holdsMatrix(pr.extraCount, pr.p, 1))
+            run(SEuclideanMetric<T>{.weights = pr.extra}, nullptr, nullptr, panelWalker());
+        else
             run(UndefinedMetric<T>{});
-            return true;
+        break;
+    case PairMetric::CityBlock: run(CityBlockMetric<T>{}, nullptr, nullptr, panelWalker()); break;
+    case PairMetric::Mahalanobis:
+        if (!holdsMatrix(pr.extraCount, pr.p, pr.p)) {
+            run(UndefinedMetric<T>{});
+            break;
         }
         try {
             run(MahalanobisMetric<T>{.factor = pr.extra});
         } catch (const std::bad_alloc&) {
             ndErrMsgId(stats::pdist2bif::MemoryLessThanXBytes(long(sizeof(T) * pr.p)));
         }
-    } else if (is("min")) {
-        run(MinkowskiMetric<T>{.exponent = pr.exponent, .inverse = T(1) / pr.exponent});
-    } else if (is("cos") || is("cor") || is("spe")) {
+        break;
+    case PairMetric::Minkowski: run(MinkowskiMetric<T>{.exponent = pr.exponent, .inverse = T(1) / pr.exponent}); break;
+    case PairMetric::Similarity:
         if (pr.radius < 0 && pr.sign == 0) similarityMatrix(pr, interrupt);
         else run(CosCorMetric<T>{});
-    } else if (is("ham") || is("jac") || is("che")) {
-        std::vector<T> marksX = nanMarks(pr.x, pr.nx, pr.p), marksY = nanMarks(pr.y, pr.ny, pr.p);
-        if (!marksX.empty() || !marksY.empty()) {
-            marksX.resize(pr.nx, T(0));
-            marksY.resize(pr.ny, T(0));
-        }
-        const T* mx = marksX.empty() ? nullptr : marksX.data();
-        const T* my = marksY.empty() ? nullptr : marksY.data();
-        if (is("ham")) run(HammingMetric<T>{}, mx, my, panelWalker(PairMetric::Hamming));
-        else if (is("jac")) run(JaccardMetric<T>{}, mx, my);
-        else run(ChebychevMetric<T>{}, mx, my, panelWalker(PairMetric::Chebychev));
-    } else {
-        return false;
+        break;
+    case PairMetric::Hamming:
+        withMarks([&](const T* mx, const T* my) { run(HammingMetric<T>{}, mx, my, panelWalker()); });
+        break;
+    case PairMetric::Jaccard: withMarks([&](const T* mx, const T* my) { run(JaccardMetric<T>{}, mx, my); }); break;
+    case PairMetric::Chebychev:
+        withMarks([&](const T* mx, const T* my) { run(ChebychevMetric<T>{}, mx, my, panelWalker()); });
+        break;
     }
-    return true;
+    if (pr.radius >= 0 && pr.sortHits) sortHits(*pr.results);
 }
 
-template bool pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
-template bool pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
+template void pdist2Engine<double>(const Pdist2Problem<double>&, const std::shared_ptr<InterruptStateData>&);
+template void pdist2Engine<float>(const Pdist2Problem<float>&, const std::shared_ptr<InterruptStateData>&);
 
 }  // namespace zv::distance

@@ -1,15 +1,15 @@
 // pdist2bif: distances between the columns of X and of Y, as a full matrix,
 // the K best for each column of Y, or every column of X within a radius.
-#include <tbb/parallel_sort.h>
-
 #include <cmath>
 
+#include "distance/metric_codes.hpp"
 #include "distance/pdist2.hpp"
 #include "frame/gateway.hpp"
 
 namespace {
 
 namespace ids = stats::pdist2bif;
+using zv::distance::PairMetric;
 
 constexpr double kDefaultMinkowskiExponent = 2.0;  // the usual default when none is given
 
@@ -19,10 +19,9 @@ bool isEmptyOrAbsent(int numInputs, const ndArray** inputs, int k) {
 
 // Radius hits into the cells of the outputs, on the calling thread, in order.
 template <class T>
-void fillCells(zv::distance::RadiusResults<T>& results, bool sort, ndArray* distances, ndArray* indices) {
+void fillCells(zv::distance::RadiusResults<T>& results, ndArray* distances, ndArray* indices) {
     for (size_t j = 0; j < results.size(); ++j) {
         auto& hits = results[j];
-        if (sort && !hits.empty()) tbb::parallel_sort(hits.begin(), hits.end());
         matrix::unique_nd_ptr d = zv::createMatrix<T>(1, hits.size());
         T* dv = zv::dataOf<T>(d.get());
         for (size_t k = 0; k < hits.size(); ++k) dv[k] = hits[k].dist;
@@ -42,7 +41,7 @@ void pdist2Typed(int numOutputs, ndArray** outputs, int numInputs, const ndArray
                  const std::shared_ptr<InterruptStateData>& interrupt) {
     const ndArray* xArg = inputs[0];
     const ndArray* yArg = inputs[1];
-    const zv::ShortCode<4> code(inputs[2]);
+    const auto metric = zv::distance::metricOfCode(inputs[2]);
     zv::raiseIf<ids::XYDimsMismatch>(ndGetM(xArg) != ndGetM(yArg));
 
     zv::distance::Pdist2Problem<T> pr{};
@@ -51,10 +50,9 @@ void pdist2Typed(int numOutputs, ndArray** outputs, int numInputs, const ndArray
     pr.p = ndGetM(xArg);
     pr.nx = ndGetN(xArg);
     pr.ny = ndGetN(yArg);
-    pr.code = code.text.data();
     pr.exponent = T(kDefaultMinkowskiExponent);
     if (!ndIsEmpty(inputs[3])) {
-        if (code.is("min")) {
+        if (metric == PairMetric::Minkowski) {
             pr.exponent = T(ndGetScalar(inputs[3]));
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(inputs[3]) != ndGetClassID(xArg));
@@ -92,10 +90,14 @@ void pdist2Typed(int numOutputs, ndArray** outputs, int numInputs, const ndArray
         }
     }
     // Without a seventh input the hits are sorted, as with an empty one.
-    const bool sort = isEmptyOrAbsent(numInputs, inputs, 6) || ndGetScalar(inputs[6]) != 0;
+    pr.sortHits = isEmptyOrAbsent(numInputs, inputs, 6) || ndGetScalar(inputs[6]) != 0;
 
-    const bool known = zv::distance::pdist2Engine(pr, interrupt);
-    if (radius >= 0 && known) fillCells(results, sort, first.get(), second.get());
+    // An unknown code computes nothing: zeros, or empty cells.
+    if (metric) {
+        pr.metric = *metric;
+        zv::distance::pdist2Engine(pr, interrupt);
+        if (radius >= 0) fillCells(results, first.get(), second.get());
+    }
 
     outputs[0] = matrix::to_host(std::move(first));
     if (numOutputs > 1) outputs[1] = matrix::to_host(std::move(second));

@@ -15,6 +15,7 @@ void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
     const ndArray* xArg = inputs[0];
     const ndArray* yArg = inputs[1];
     const zv::ShortCode<4> code(inputs[2]);
+    const auto measure = zv::findOption(zv::distance::kHeterogeneousMeasureCodes, code.text.data());
     const ndArray* fArg = inputs[3];
     const ndArray* gArg = inputs[4];
     const ndArray* categoricalArg = inputs[5];
@@ -29,7 +30,6 @@ void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
     problem.nx = ndGetN(xArg);
     problem.ny = ndGetN(yArg);
     problem.c = ndGetNumberOfElements(categoricalArg);
-    problem.code = code.text.data();
     problem.yCount = ndGetNumberOfElements(yArg);
     problem.fCount = zv::storedCount<T>(fArg);
     problem.gCount = zv::storedCount<T>(gArg);
@@ -37,7 +37,11 @@ void heterogeneousTyped(const ndArray** inputs, ndArray** outputs,
 
     auto d = zv::createMatrix<T>(problem.nx, problem.ny);
     problem.d = zv::dataOf<T>(d.get());
-    zv::distance::heterogeneousEngine(problem, interrupt);
+    // An unknown code computes nothing: the zeros are the result.
+    if (measure) {
+        problem.measure = *measure;
+        zv::distance::heterogeneousEngine(problem, interrupt);
+    }
     outputs[0] = matrix::to_host(std::move(d));
 }
 

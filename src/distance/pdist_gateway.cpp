@@ -1,10 +1,12 @@
 // pdistbif: condensed distances between the columns of a p-by-n matrix.
+#include "distance/metric_codes.hpp"
 #include "distance/pdist.hpp"
 #include "frame/gateway.hpp"
 
 namespace {
 
 namespace ids = stats::pdistbif;
+using zv::distance::PairMetric;
 
 // Without an exponent the Minkowski distance takes the usual default of 2.
 constexpr double kDefaultMinkowskiExponent = 2.0;
@@ -12,17 +14,17 @@ constexpr double kDefaultMinkowskiExponent = 2.0;
 template <class T>
 void pdistTyped(const ndArray** inputs, int numInputs, ndArray** outputs) {
     const ndArray* xArg = inputs[0];
-    const zv::ShortCode<4> code(inputs[1]);
+    const auto metric = zv::distance::metricOfCode(inputs[1]);
     const ndArray* extraArg = numInputs > 2 && !ndIsEmpty(inputs[2]) ? inputs[2] : nullptr;
 
     zv::distance::PdistProblem<T> problem{};
     problem.x = zv::dataOf<const T>(xArg);
+    problem.xCount = zv::storedCount<T>(xArg);
     problem.p = ndGetM(xArg);
     problem.n = ndGetN(xArg);
-    problem.code = code.text.data();
     problem.exponent = T(kDefaultMinkowskiExponent);
     if (extraArg) {
-        if (code.is("min")) {
+        if (metric == PairMetric::Minkowski) {
             problem.exponent = T(ndGetScalar(extraArg));
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(extraArg) != ndGetClassID(xArg));
@@ -37,7 +39,11 @@ void pdistTyped(const ndArray** inputs, int numInputs, ndArray** outputs) {
     problem.y = zv::dataOf<T>(y.get());
     const auto& interrupt = hostGetInterruptStateData();
 
-    zv::distance::pdistEngine(problem, interrupt);
+    // An unknown code computes nothing: the zeros are the result.
+    if (metric) {
+        problem.metric = *metric;
+        zv::distance::pdistEngine(problem, interrupt);
+    }
     outputs[0] = matrix::to_host(std::move(y));
 }
 

@@ -1,5 +1,6 @@
 // pdistSparseBIF, pdist2SparseBIF: distances between the columns of double
 // sparse matrices, condensed within one or as a cross matrix between two.
+#include "distance/metric_codes.hpp"
 #include "distance/sparse_distance.hpp"
 #include "frame/gateway.hpp"
 
@@ -23,13 +24,12 @@ ZV_DEFINE_GATEWAY(pdistSparseBIF) {
     const ndArray* xArg = inputs[0];
     zv::raiseIf<ids::BadInputType>(!isDoubleSparse(xArg));
 
-    const zv::ShortCode<4> code(inputs[1]);
+    const auto metric = zv::distance::metricOfCode(inputs[1]);
     zv::distance::SparsePdistProblem problem{};
     problem.x = columnsOf(xArg);
-    problem.code = code.text.data();
     problem.exponent = kDefaultMinkowskiExponent;
     if (numInputs >= 3 && !ndIsEmpty(inputs[2])) {
-        if (code.is("min")) {
+        if (metric == zv::distance::PairMetric::Minkowski) {
             problem.exponent = ndGetScalar(inputs[2]);
         } else {
             zv::raiseIf<ids::MixedInputTypes>(ndGetClassID(inputs[2]) != ndGetClassID(xArg));
@@ -42,7 +42,11 @@ ZV_DEFINE_GATEWAY(pdistSparseBIF) {
     zv::raiseIf<ids::OutputTooLarge>(zv::reachesElementLimit(count));
     outputs[0] = ndCreateNumericMatrix(1, zv::checked::toSize(count), ndGetClassID(xArg), ndREAL);
     problem.y = zv::dataOf<double>(outputs[0]);
-    zv::distance::pdistSparseEngine(problem);
+    // An unknown code computes nothing: the zeros are the result.
+    if (metric) {
+        problem.metric = *metric;
+        zv::distance::pdistSparseEngine(problem);
+    }
 }
 
 ZV_DEFINE_GATEWAY(pdist2SparseBIF) {
@@ -51,13 +55,15 @@ ZV_DEFINE_GATEWAY(pdist2SparseBIF) {
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 2);
     zv::raiseIf<ids::BadInputType>(!isDoubleSparse(inputs[0]) || !isDoubleSparse(inputs[1]));
 
-    const zv::ShortCode<4> code(inputs[2]);
+    const auto metric = zv::distance::metricOfCode(inputs[2]);
     zv::distance::SparseCrossProblem problem{};
     problem.x = columnsOf(inputs[0]);
     problem.y = columnsOf(inputs[1]);
-    problem.code = code.text.data();
     // No size limit of its own: the host's array constructor is the only one.
     outputs[0] = ndCreateNumericMatrix(problem.x.n, problem.y.n, ndGetClassID(inputs[0]), ndREAL);
     problem.d = zv::dataOf<double>(outputs[0]);
-    zv::distance::pdist2SparseEngine(problem);
+    if (metric) {
+        problem.metric = *metric;
+        zv::distance::pdist2SparseEngine(problem);
+    }
 }

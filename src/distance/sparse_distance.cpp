@@ -5,7 +5,6 @@
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -13,6 +12,7 @@
 #include "distance/condensed.hpp"
 #include "distance/merge_terms.hpp"
 #include "distance/sparse_mahalanobis.hpp"
+#include "distance/stored_values.hpp"
 
 namespace zv::distance {
 
@@ -47,11 +47,6 @@ void mahalanobisRows(const MergeColumns& columns, size_t n, double* y, const dou
     });
 }
 
-// available < rows*columns, without the product wrapping around.
-bool fewerThan(size_t available, size_t rows, size_t columns) {
-    return rows != 0 && columns != 0 && available / rows < columns;
-}
-
 void fillNaN(double* y, size_t n) {
     std::fill(y, y + n * (n - 1) / 2, std::numeric_limits<double>::quiet_NaN());
 }
@@ -61,29 +56,27 @@ void fillNaN(double* y, size_t n) {
 void pdistSparseEngine(const SparsePdistProblem& pr) {
     const size_t n = pr.x.n, p = pr.x.p;
     if (n < 2) return;
-    auto is = [&](const char* code) { return std::strcmp(pr.code, code) == 0; };
     auto run = [&](const auto& terms) { triangleRows(MergeColumns({pr.x}), n, pr.y, terms); };
-    if (is("euc")) run(EuclideanTerms{});
-    else if (is("sqe")) run(SquaredEuclideanTerms{});
-    else if (is("seu")) {
-        if (fewerThan(pr.extraCount, p, 1)) fillNaN(pr.y, n);
-        else run(SEuclideanTerms{pr.extra});
-    }
-    else if (is("cit")) run(CityBlockTerms{});
-    else if (is("min")) run(MinkowskiTerms{pr.exponent, 1.0 / pr.exponent});
-    else if (is("cos") || is("cor") || is("spe")) run(SimilarityTerms{});
-    else if (is("ham")) run(HammingTerms{double(p)});
-    else if (is("jac")) run(JaccardTerms{});
-    else if (is("che")) run(ChebychevTerms{});
-    else if (is("mah")) {
-        if (fewerThan(pr.extraCount, p, p)) fillNaN(pr.y, n);
-        else mahalanobisRows(MergeColumns({pr.x}), n, pr.y, pr.extra, p);
+    switch (pr.metric) {
+    case PairMetric::Euclidean: return run(EuclideanTerms{});
+    case PairMetric::SquaredEuclidean: return run(SquaredEuclideanTerms{});
+    case PairMetric::SEuclidean:
+        if (!holdsMatrix(pr.extraCount, p, 1)) return fillNaN(pr.y, n);
+        return run(SEuclideanTerms{pr.extra});
+    case PairMetric::CityBlock: return run(CityBlockTerms{});
+    case PairMetric::Minkowski: return run(MinkowskiTerms{pr.exponent, 1.0 / pr.exponent});
+    case PairMetric::Similarity: return run(SimilarityTerms{});
+    case PairMetric::Hamming: return run(HammingTerms{double(p)});
+    case PairMetric::Jaccard: return run(JaccardTerms{});
+    case PairMetric::Chebychev: return run(ChebychevTerms{});
+    case PairMetric::Mahalanobis:
+        if (!holdsMatrix(pr.extraCount, p, p)) return fillNaN(pr.y, n);
+        return mahalanobisRows(MergeColumns({pr.x}), n, pr.y, pr.extra, p);
     }
 }
 
 void pdist2SparseEngine(const SparseCrossProblem& pr) {
-    const bool squared = std::strcmp(pr.code, "sqe") == 0;
-    if (!squared && std::strcmp(pr.code, "euc") != 0) return;
+    if (pr.metric != PairMetric::Euclidean && pr.metric != PairMetric::SquaredEuclidean) return;
     const size_t nx = pr.x.n, ny = pr.y.n;
     if (nx == 0 || ny == 0) return;
     const MergeColumns columns({pr.x, pr.y});
@@ -95,7 +88,7 @@ void pdist2SparseEngine(const SparseCrossProblem& pr) {
             });
         });
     };
-    if (squared) run(SquaredEuclideanTerms{});
+    if (pr.metric == PairMetric::SquaredEuclidean) run(SquaredEuclideanTerms{});
     else run(EuclideanTerms{});
 }
 

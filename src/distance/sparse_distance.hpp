@@ -6,31 +6,32 @@
 #include <cstddef>
 
 #include "distance/merge_columns.hpp"
+#include "distance/pair_metric.hpp"
 
 namespace zv::distance {
 
 struct SparsePdistProblem {
     SparseColumns x;
-    const char* code;       // three-letter metric code
-    double exponent;        // "min"
-    const double* extra;    // "seu": p weights, "mah": p-by-p factor R; may be null
-    size_t extraCount;      // values behind `extra`
+    PairMetric metric;
+    double exponent;        // Minkowski
+    const double* extra;    // SEuclidean: p weights, Mahalanobis: p-by-p factor R; may be null
+    size_t extraCount;      // values stored behind `extra`
     double* y;              // n(n-1)/2 outputs, zero on entry
 };
 
-// Fills problem.y. An unknown code leaves it untouched. For "seu" and "mah"
-// without enough weights or factor values every distance is NaN, rather than
-// reading past the third input.
+// Fills problem.y. Without enough weights or factor values for the metric
+// every distance is NaN, rather than a read past the third input.
 void pdistSparseEngine(const SparsePdistProblem& problem);
 
 struct SparseCrossProblem {
     SparseColumns x;        // p-by-nx
     SparseColumns y;        // q-by-ny; rows need not match
-    const char* code;
+    PairMetric metric;
     double* d;              // nx-by-ny, column-major, zero on entry
 };
 
-// Fills problem.d for "euc" and "sqe"; any other code leaves it untouched.
+// Fills problem.d for Euclidean and SquaredEuclidean, the only metrics of the
+// cross distances; any other leaves it untouched.
 void pdist2SparseEngine(const SparseCrossProblem& problem);
 
 // n(n-1)/2 as a double: exact wherever the output could exist, and far above
