@@ -16,12 +16,17 @@ using zv::sampling::kSobolBits;
 // 2^-53: a 53-bit word as a fraction of one.
 constexpr double kWordScale = 1.1102230246251565e-16;
 
+// Polynomials and initial values come as doubles, truncated to words.
+uint64_t word(double v) { return zv::checked::truncateSaturated<uint64_t>(v); }
+
 // The initial values of one dimension as words; the count must be the degree.
 std::array<uint64_t, kSobolBits> initialValues(const ndArray* m, int degree) {
     zv::raiseIf<ids::InvalidInitialMValues>(m == nullptr || degree < 0 ||
                                             ndGetNumberOfElements(m) != size_t(degree));
+    const size_t count = std::min(size_t(degree), kSobolBits);
+    const zv::HostValues<double> values(m, count, 0.0);
     std::array<uint64_t, kSobolBits> words{};
-    zv::HostValues<uint64_t>::copyInto(m, words.data(), std::min(size_t(degree), kSobolBits), 0);
+    for (size_t k = 0; k < count; ++k) words[k] = word(values[k]);
     return words;
 }
 
@@ -44,11 +49,12 @@ ZV_DEFINE_GATEWAY(computeDN) {
     auto out = zv::sampling::createOutput<uint64_t>(kSobolBits, dims);
     auto* v = zv::dataOf<uint64_t>(out.get());
     const bool isCell = ndGetClassID(mCells) == ndCELL_CLASS;
-    const zv::HostValues<uint64_t> polynomials(inputs[1], dims, 0);
+    const zv::HostValues<double> polynomials(inputs[1], dims, 0.0);
     for (size_t j = 0; j < dims; ++j) {
         const ndArray* m = isCell ? ndGetCell(mCells, j) : nullptr;
-        const auto words = initialValues(m, zv::sampling::polynomialDegree(polynomials[j]));
-        zv::sampling::directionNumbers(polynomials[j], words.data(), v + j * kSobolBits);
+        const uint64_t polynomial = word(polynomials[j]);
+        const auto words = initialValues(m, zv::sampling::polynomialDegree(polynomial));
+        zv::sampling::directionNumbers(polynomial, words.data(), v + j * kSobolBits);
     }
     zv::handOver(outputs, numOutputs, std::move(out));
 }
