@@ -168,6 +168,13 @@ TEST(Randg, SizeArguments) {
     for (const auto& [inputs, dims] : cases) EXPECT_EQ(dimsOf(zvhost::call(randg, 1, inputs)[0].get()), dims);
     EXPECT_EQ(idOf(randg, 1, {m32.get(), two.get(), three.get()}), "stats:randg:InputSizeMismatch");
     EXPECT_EQ(idOf(randg, 1, {empty.get(), two.get(), three.get()}), "stats:randg:InputSizeMismatch");
+    // Past ten sizes the list lives in host scratch; it is compared all the same.
+    Owned m22 = zvhost::matrixOf<double>(2, 2);
+    std::vector<const ndArray*> eleven{m22.get(), two.get(), two.get()};
+    eleven.insert(eleven.end(), 9, one.get());
+    EXPECT_EQ(dimsOf(zvhost::call(randg, 1, eleven)[0].get()), (Dims{2, 2}));
+    eleven.back() = two.get();
+    EXPECT_EQ(idOf(randg, 1, eleven), "stats:randg:InputSizeMismatch");
 
     // Empty shapes or sizes draw nothing.
     DefaultStreamScope scope(script({}));

@@ -137,6 +137,7 @@ TEST(SobolBitMatrix, MatrixToWordsByHand) {
     // Entries of another class are read by their values.
     Owned single = zvhost::matrixOf<float>(2, 2, {1, 0, 0, 1});
     EXPECT_EQ(fromBitMatrix(single.get()), (Words{2, 1}));
+    EXPECT_EQ(idOf(sobolset::MatrixToDN, 1, {single.get(), single.get()}), "");  // extra inputs are ignored
 }
 
 TEST(SobolBitMatrix, RoundTripOf53BitWordsAndTheHostsErrorWithoutAnInput) {
