@@ -1,10 +1,11 @@
 // Module life cycle, load-time constants and the host's fault-injection call.
+#include <algorithm>
 #include <bit>
 #include <cstdint>
-#include <vector>
 
 #include "frame/constants.hpp"
 #include "frame/gateway.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::constants {
 // Set by load-time initialisers; the host array interface is usable by then.
@@ -17,15 +18,16 @@ extern "C" ZV_EXPORT void ModInitialize_libzvstatsbuiltins() {}
 extern "C" ZV_EXPORT void ModTerminate_libzvstatsbuiltins() {}
 
 // Evaluates a host-language function under the host's fault injection:
-// inputs[0] names it, the rest are its inputs.
+// inputs[0] names it, the rest are its inputs. The private copy of the handles
+// is gone before a failure of the function is thrown.
 ZV_DEFINE_GATEWAY(probeCallFunction) {
     if (numInputs <= 0) return;
-    std::vector<const ndArray*> copy(inputs, inputs + numInputs);
-    std::string name = hostUstringToString(hostGetUStringFromArray(copy[0], 0, HostStringMode{}), 0);
-    HostDiagnostic diag = hostFunctionCall(numOutputs, outputs, numInputs - 1, copy.data() + 1,
-                                           name.c_str(), 1);
-    if (!diag) return;
-    copy.clear();
-    copy.shrink_to_fit();
-    hostThrowFromDiagnostic(&diag, nullptr);
+    HostDiagnostic diag;
+    {
+        const zv::Scratch<const ndArray*> copy{size_t(numInputs)};
+        std::copy(inputs, inputs + numInputs, copy.get());
+        const std::string name = hostUstringToString(hostGetUStringFromArray(copy[0], 0, HostStringMode{}), 0);
+        diag = hostFunctionCall(numOutputs, outputs, numInputs - 1, copy.get() + 1, name.c_str(), 1);
+    }
+    if (diag) hostThrowFromDiagnostic(&diag, nullptr);
 }

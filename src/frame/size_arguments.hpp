@@ -5,7 +5,11 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <span>
+#include <vector>
 
+#include "frame/host_values.hpp"
+#include "frame/scratch.hpp"
 #include "host/host.hpp"
 
 namespace zv {
@@ -19,7 +23,7 @@ inline bool sameSize(const size_t* a, size_t na, const size_t* b, size_t nb) {
 }
 
 // The dimensions that `count` size arguments state. Lists up to kLocalDims long
-// live in the object; longer ones come from host scratch and go back with it.
+// live in the object; longer ones come from host scratch.
 class SizeArguments {
 public:
     static constexpr size_t kLocalDims = 10;
@@ -27,12 +31,16 @@ public:
     SizeArguments(int count, const ndArray* const* args) {
         ndim_ = count == 1 ? ndGetNumberOfElements(args[0]) : size_t(count);
         // A single scalar size stands for a square, so leave room for two.
-        if (std::max<size_t>(ndim_, 2) > kLocalDims) dims_ = static_cast<size_t*>(ndCalloc(ndim_, sizeof(size_t)));
-        total_ = ndGetDims(count, args, dims_, &ndim_);
+        if (std::max<size_t>(ndim_, 2) > kLocalDims) {
+            longDims_ = Scratch<size_t>(ndim_);
+            dims_ = longDims_.get();
+        }
+        std::vector<matrix::unique_nd_ptr> copies;
+        std::vector<const ndArray*> plain(args, args + count);
+        for (const ndArray*& a : plain)
+            if (ndIsSparse(a) || ndIsComplex(a)) a = copies.emplace_back(realDenseCopy(a)).get();
+        total_ = ndGetDims(count, plain.data(), dims_, &ndim_);
         ndCheckDim(dims_, ndim_, 8);
-    }
-    ~SizeArguments() {
-        if (dims_ != local_) ndFree(dims_);
     }
     SizeArguments(const SizeArguments&) = delete;
     SizeArguments& operator=(const SizeArguments&) = delete;
@@ -50,7 +58,17 @@ public:
     }
 
 private:
+    // The host reads sizes from dense real storage: a sparse argument stores
+    // only its non-zeros, a complex one interleaves its imaginary parts.
+    static matrix::unique_nd_ptr realDenseCopy(const ndArray* a) {
+        const std::span<const size_t> dims(ndGetDimensions(a), ndGetNumberOfDimensions(a));
+        auto copy = matrix::detail::do_create_numeric(dims, ndDOUBLE_CLASS, ndREAL);
+        HostValues<double>::copyInto(a, static_cast<double*>(ndGetData(copy.get())), ndGetNumberOfElements(a), 0.0);
+        return copy;
+    }
+
     size_t local_[kLocalDims];
+    Scratch<size_t> longDims_;
     size_t* dims_ = local_;
     size_t ndim_ = 0;
     size_t total_ = 0;

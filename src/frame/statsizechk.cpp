@@ -15,6 +15,32 @@ bool isPlainValue(const ndArray* a) {
     return ndIsNumeric(a) || c == ndLOGICAL_CLASS || c == ndCHAR_CLASS;
 }
 
+// A dimension list borrowed from a parameter, the size arguments or the
+// scalar size, and its element count.
+struct Size {
+    const size_t* dims;
+    size_t ndim;
+    size_t total;
+};
+
+constexpr size_t kScalarDims[2] = {1, 1};
+
+// The size all parameters agree on, the last one first, none if two differ.
+// Scalars take no part; an empty array does, with its dimensions.
+std::optional<Size> commonSize(const std::optional<zv::SizeArguments>& sizes, int np, const ndArray** inputs) {
+    std::optional<Size> current;
+    if (sizes) current = Size{sizes->dims(), sizes->ndim(), sizes->total()};
+    for (int i = np; i >= 1; --i) {
+        const ndArray* param = inputs[i];
+        if (ndGetNumberOfElements(param) == 1) continue;
+        const Size own{ndGetDimensions(param), ndGetNumberOfDimensions(param), ndGetNumberOfElements(param)};
+        if (!current) current = own;
+        else if (!zv::sameSize(current->dims, current->ndim, own.dims, own.ndim)) return std::nullopt;
+    }
+    if (!current) current = Size{kScalarDims, 2, 1};
+    return current;
+}
+
 }  // namespace
 
 ZV_DEFINE_GATEWAY(statsizechkBIF) {
@@ -29,11 +55,6 @@ ZV_DEFINE_GATEWAY(statsizechkBIF) {
         }
     }
 
-    // The disagreement result stands until the sizes are known to agree.
-    outputs[0] = ndCreateDoubleScalar(1.0);
-    if (numOutputs > 1) outputs[1] = ndCreateDoubleMatrix(0, 0, ndREAL);
-    if (numOutputs == 3) outputs[2] = ndCreateDoubleScalar(0.0);
-
     const ndArray* npArg = inputs[0];
     zv::raiseIf<ids::BadNParams>(!ndIsNumeric(npArg) || ndGetNumberOfElements(npArg) != 1);
     const int32_t np = zv::checked::truncateSaturated<int32_t>(ndGetScalar(npArg), -1);
@@ -41,45 +62,18 @@ ZV_DEFINE_GATEWAY(statsizechkBIF) {
     zv::raiseIf<ids::WrongNumInputs>(numInputs <= np);
 
     std::optional<zv::SizeArguments> sizes;
-    size_t ndim = 0;
-    size_t total = 0;
-    const size_t* current = nullptr;  // the common size so far, if any
     if (np + 1 < numInputs) {
         sizes.emplace(numInputs - np - 1, &inputs[np + 1]);
         sizes->dropTrailingOnes();
-        current = sizes->dims();
-        ndim = sizes->ndim();
-        total = sizes->total();
     }
+    const std::optional<Size> size = commonSize(sizes, np, inputs);
 
-    for (int i = np; i >= 1; --i) {
-        const ndArray* param = inputs[i];
-        if (ndGetNumberOfElements(param) == 1) continue;
-        const size_t* pd = ndGetDimensions(param);
-        const size_t pn = ndGetNumberOfDimensions(param);
-        if (!current) {
-            current = pd;
-            ndim = pn;
-            total = ndGetNumberOfElements(param);
-        } else if (!zv::sameSize(current, ndim, pd, pn)) {
-            return;
-        }
-    }
-
-    static const size_t kScalarSize[2] = {1, 1};
-    if (!current) {
-        current = kScalarSize;
-        ndim = 2;
-        total = 1;
-    }
-
-    *static_cast<double*>(ndGetData(outputs[0])) = 0.0;
+    // Sizes that disagree are a result, flag 1 with an empty size, not an error.
+    matrix::unique_nd_ptr flag(ndCreateDoubleScalar(size ? 0.0 : 1.0)), dims, total;
     if (numOutputs >= 2) {
-        ndDestroyArray(outputs[1]);
-        outputs[1] = nullptr;
-        outputs[1] = ndCreateDoubleMatrix(1, ndim, ndREAL);
-        double* out = zv::dataOf<double>(outputs[1]);
-        for (size_t k = 0; k < ndim; ++k) out[k] = double(current[k]);
+        dims = zv::createMatrix<double>(size ? 1 : 0, size ? size->ndim : 0);
+        for (size_t k = 0; size && k < size->ndim; ++k) zv::dataOf<double>(dims.get())[k] = double(size->dims[k]);
     }
-    if (numOutputs == 3) *static_cast<double*>(ndGetData(outputs[2])) = double(total);
+    if (numOutputs == 3) total.reset(ndCreateDoubleScalar(size ? double(size->total) : 0.0));
+    zv::handOver(outputs, numOutputs, std::move(flag), std::move(dims), std::move(total));
 }

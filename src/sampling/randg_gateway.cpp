@@ -6,6 +6,7 @@
 #include <string>
 
 #include "frame/gateway.hpp"
+#include "frame/options.hpp"
 #include "frame/size_arguments.hpp"
 #include "sampling/gamma_draw.hpp"
 
@@ -34,6 +35,10 @@ std::string asciiText(const ndArray* a, size_t limit = std::string::npos) {
 
 enum class Route { Double, Single, Gpu };
 
+// Class names at the end of the list, compared exactly.
+constexpr zv::OptionName<Route> kClassNames[] = {
+    {"double", Route::Double}, {"single", Route::Single}, {"gpuArray", Route::Gpu}};
+
 struct Request {
     Route route;
     int count;  // inputs left once the class arguments are taken off
@@ -53,19 +58,16 @@ Request readClassArguments(int numInputs, const ndArray** inputs) {
     }
     const ndArray* last = inputs[numInputs - 1];
     if (!isText(last)) return {ndGetClassID(inputs[0]) == ndSINGLE_CLASS ? Route::Single : Route::Double, numInputs};
-    const std::string name = asciiText(last);  // class names are compared exactly
-    if (name == "double") return {Route::Double, numInputs - 1};
-    if (name == "single") return {Route::Single, numInputs - 1};
-    if (name == "gpuArray") return {Route::Gpu, numInputs};
-    ndErrMsgId(ids::InvalidOutputType());
+    const Route route = zv::parseOption<ids::InvalidOutputType>(kClassNames, asciiText(last));
+    return {route, route == Route::Gpu ? numInputs : numInputs - 1};
 }
 
 template <class T>
-ndArray* scalarDrawWithUnitShape(DefaultStream& stream) {
+matrix::unique_nd_ptr scalarDrawWithUnitShape(DefaultStream& stream) {
     const T one = 1;
     auto out = zv::createMatrix<T>(1, 1);
     zv::sampling::randgEngine(&one, true, zv::dataOf<T>(out.get()), 1, stream);
-    return matrix::to_host(std::move(out));
+    return out;
 }
 
 template <class Out, class Shape>
@@ -79,10 +81,7 @@ void fill(ndArray* out, const ndArray* shapeArg, size_t n, DefaultStream& stream
 ZV_DEFINE_GATEWAY(randg) {
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
     DefaultStream stream;
-    if (numInputs == 0) {
-        outputs[0] = scalarDrawWithUnitShape<double>(stream);
-        return;
-    }
+    if (numInputs == 0) return zv::handOver(outputs, numOutputs, scalarDrawWithUnitShape<double>(stream));
 
     const Request request = readClassArguments(numInputs, inputs);
     if (request.route == Route::Gpu) {
@@ -93,9 +92,8 @@ ZV_DEFINE_GATEWAY(randg) {
     }
     const ndClassID outClass = request.route == Route::Single ? ndSINGLE_CLASS : ndDOUBLE_CLASS;
     if (request.count == 0) {
-        outputs[0] = outClass == ndSINGLE_CLASS ? scalarDrawWithUnitShape<float>(stream)
-                                                : scalarDrawWithUnitShape<double>(stream);
-        return;
+        return zv::handOver(outputs, numOutputs, outClass == ndSINGLE_CLASS ? scalarDrawWithUnitShape<float>(stream)
+                                                                            : scalarDrawWithUnitShape<double>(stream));
     }
 
     const ndArray* shapeArg = inputs[0];
@@ -118,14 +116,13 @@ ZV_DEFINE_GATEWAY(randg) {
         count = sizes->total();
     }
 
-    matrix::unique_nd_ptr out(ndCreateNumericArray(ndim, dims, outClass, ndREAL));
-    ndArray* result = out.get();
-    outputs[0] = matrix::to_host(std::move(out));
+    auto out = matrix::detail::do_create_numeric(std::span<const size_t>(dims, ndim), outClass, ndREAL);
     if (outClass == ndSINGLE_CLASS) {
-        if (shapeClass == ndSINGLE_CLASS) fill<float, float>(result, shapeArg, count, stream);
-        else fill<float, double>(result, shapeArg, count, stream);
+        if (shapeClass == ndSINGLE_CLASS) fill<float, float>(out.get(), shapeArg, count, stream);
+        else fill<float, double>(out.get(), shapeArg, count, stream);
     } else {
-        if (shapeClass == ndSINGLE_CLASS) fill<double, float>(result, shapeArg, count, stream);
-        else fill<double, double>(result, shapeArg, count, stream);
+        if (shapeClass == ndSINGLE_CLASS) fill<double, float>(out.get(), shapeArg, count, stream);
+        else fill<double, double>(out.get(), shapeArg, count, stream);
     }
+    zv::handOver(outputs, numOutputs, std::move(out));
 }

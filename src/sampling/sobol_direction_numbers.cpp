@@ -25,9 +25,9 @@ void directionNumbers(uint64_t polynomial, const uint64_t* m, uint64_t* v) {
     for (size_t k = 0; k < kSobolBits; ++k) v[k] <<= kSobolBits - 1 - k;
 }
 
-void wordsToBitMatrix(const uint64_t* words, size_t wordCount, double* bits, size_t n) {
+void wordsToBitMatrix(const uint64_t* words, double* bits, size_t n) {
     for (size_t c = 0; c < n; ++c) {
-        const uint64_t w = c < wordCount ? words[c] : 0;
+        const uint64_t w = words[c];
         double* column = bits + c * n;
         // Entry (r, c) is bit n-1-r; rows above the 64 bits of a word are 0.
         const size_t high = n > 64 ? n - 64 : 0;
@@ -35,13 +35,10 @@ void wordsToBitMatrix(const uint64_t* words, size_t wordCount, double* bits, siz
     }
 }
 
-void bitMatrixToWords(const double* bits, size_t entryCount, uint64_t* words, size_t n) {
+void bitMatrixToWords(const double* bits, uint64_t* words, size_t n) {
     for (size_t j = 0; j < n; ++j) {
         uint64_t w = 0;
-        for (size_t r = 0; r < n; ++r) {
-            const size_t at = j * n + r;
-            w = (w << 1) | uint64_t(at < entryCount && bits[at] != 0);
-        }
+        for (size_t r = 0; r < n; ++r) w = (w << 1) | uint64_t(bits[j * n + r] != 0);
         words[j] = w;
     }
 }

@@ -16,13 +16,12 @@ int polynomialDegree(uint64_t polynomial);
 // values (at most kSobolBits of them are used).
 void directionNumbers(uint64_t polynomial, const uint64_t* m, uint64_t* v);
 
-// Word c of `words` as column c of the n-by-n 0/1 matrix `bits`, most
+// Word c of the n `words` as column c of the n-by-n 0/1 matrix `bits`, most
 // significant of its n low bits at row 0. Bits past the 64 of a word are 0.
-void wordsToBitMatrix(const uint64_t* words, size_t wordCount, double* bits, size_t n);
+void wordsToBitMatrix(const uint64_t* words, double* bits, size_t n);
 
-// The inverse: word j from column j, rows from the top, any non-zero entry
-// (NaN included) a set bit. `entryCount` entries of the column-major n-row
-// matrix exist; missing ones read as 0.
-void bitMatrixToWords(const double* bits, size_t entryCount, uint64_t* words, size_t n);
+// The inverse: word j from column j of the n-by-n `bits`, rows from the top,
+// any non-zero entry (NaN included) a set bit.
+void bitMatrixToWords(const double* bits, uint64_t* words, size_t n);
 
 }  // namespace zv::sampling

@@ -1,5 +1,7 @@
 // sobolset point generators: a sequence from a first index with a leap, points
 // at given indices, one point, and a net of the first n points.
+#include <optional>
+
 #include "frame/gateway.hpp"
 #include "sampling/sobol_arguments.hpp"
 #include "sampling/sobol_points.hpp"
@@ -8,7 +10,7 @@ namespace {
 
 namespace ids = stats::sobolset;
 using zv::checked::truncateSaturated;
-using zv::sampling::directionTableOf;
+using zv::sampling::DirectionNumbers;
 
 void requireDirectionNumbers(const ndArray* v) {
     zv::raiseIf<ids::InvalidDirectionNumbers>(ndGetClassID(v) != ndUINT64_CLASS);
@@ -19,16 +21,15 @@ bool grayFlag(const ndArray* flag) {
     return ndIsLogicalScalarTrue(flag);
 }
 
-uint64_t* pointOutput(ndArray** outputs, size_t n, size_t d) {
-    return zv::dataOf<uint64_t>(zv::sampling::createOutput(outputs, n, d, ndUINT64_CLASS));
-}
+matrix::unique_nd_ptr pointOutput(size_t n, size_t d) { return zv::sampling::createOutput<uint64_t>(n, d); }
+
+uint64_t* words(const matrix::unique_nd_ptr& out) { return zv::dataOf<uint64_t>(out.get()); }
 
 }  // namespace
 
 namespace sobolset {
 
 ZV_DEFINE_GATEWAY(sobolSequenceBIF) {
-    (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolSequence>(numInputs != 5 && numInputs != 6);
     const ndArray* v = inputs[0];
     requireDirectionNumbers(v);
@@ -42,45 +43,49 @@ ZV_DEFINE_GATEWAY(sobolSequenceBIF) {
     request.step = truncateSaturated<uint64_t>(leap) + 1;
     request.quick = leap == 0.0 && gray;  // a NaN leap is not 0
     request.gray = gray;
-    if (last) {
-        request.last = zv::dataOf<const uint64_t>(last);
-        request.lastCount = ndGetNumberOfElements(last);
-    }
     const size_t n = zv::checked::toSize(ndGetScalar(inputs[3]));
-    const auto dirs = directionTableOf(v);
-    zv::sampling::sobolSequence(dirs, request, pointOutput(outputs, n, dirs.d), n);
+    const DirectionNumbers dirs(v);
+    auto out = pointOutput(n, dirs.d());
+    // A last point shorter than a row continues with zeros.
+    std::optional<zv::HostValues<uint64_t>> lastWords;
+    if (last) request.last = lastWords.emplace(last, dirs.d(), 0).data();
+    zv::sampling::sobolSequence(dirs.table(), request, words(out), n);
+    zv::handOver(outputs, numOutputs, std::move(out));
 }
 
-// V is not class-tested here; it is read as words as far as its storage goes.
+// V is not class-tested here: a table of another class is read by its values.
 ZV_DEFINE_GATEWAY(sobolIndexedBIF) {
-    (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolIndexed>(numInputs != 3);
     const bool gray = grayFlag(inputs[2]);
     const ndArray* indices = inputs[1];
     const size_t n = ndGetNumberOfElements(indices);
-    const auto dirs = directionTableOf(inputs[0]);
-    zv::sampling::sobolIndexed(dirs, zv::dataOf<const double>(indices), zv::storedCount<double>(indices),
-                               gray, pointOutput(outputs, n, dirs.d), n);
+    const DirectionNumbers dirs(inputs[0]);
+    auto out = pointOutput(n, dirs.d());
+    const zv::HostValues<double> index(indices, n, 0.0);
+    zv::sampling::sobolIndexed(dirs.table(), index.data(), gray, words(out), n);
+    zv::handOver(outputs, numOutputs, std::move(out));
 }
 
 ZV_DEFINE_GATEWAY(sobolPoint) {
-    (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolPoint>(numInputs != 3);
     requireDirectionNumbers(inputs[0]);
     const bool gray = grayFlag(inputs[2]);
     const double index = ndGetScalar(inputs[1]);
-    const auto dirs = directionTableOf(inputs[0]);
-    zv::sampling::sobolIndexed(dirs, &index, 1, gray, pointOutput(outputs, 1, dirs.d), 1);
+    const DirectionNumbers dirs(inputs[0]);
+    auto out = pointOutput(1, dirs.d());
+    zv::sampling::sobolIndexed(dirs.table(), &index, gray, words(out), 1);
+    zv::handOver(outputs, numOutputs, std::move(out));
 }
 
 ZV_DEFINE_GATEWAY(sobolNetBIF) {
-    (void)numOutputs;
     zv::raiseIf<ids::NumInputsSobolNet>(numInputs != 3);
     requireDirectionNumbers(inputs[0]);
     const bool gray = grayFlag(inputs[2]);
     const size_t n = zv::checked::toSize(ndGetScalar(inputs[1]));
-    const auto dirs = directionTableOf(inputs[0]);
-    zv::sampling::sobolNet(dirs, gray, pointOutput(outputs, n, dirs.d), n);
+    const DirectionNumbers dirs(inputs[0]);
+    auto out = pointOutput(n, dirs.d());
+    zv::sampling::sobolNet(dirs.table(), gray, words(out), n);
+    zv::handOver(outputs, numOutputs, std::move(out));
 }
 
 }  // namespace sobolset

@@ -12,13 +12,12 @@ namespace zv::sampling {
 // per dimension take part; index bits above them are ignored.
 constexpr size_t kSobolBits = 53;
 
-// Direction numbers as the generators take them: d-by-columns, column k holds
-// the k-th direction number of every dimension. `columns` is what the caller's
-// array really holds (at most kSobolBits); higher index bits select nothing.
+// Direction numbers as the generators take them: d-by-kSobolBits, column k
+// holds the k-th direction number of every dimension; higher index bits select
+// nothing.
 struct DirectionTable {
     const uint64_t* v;
     size_t d;
-    size_t columns;
 };
 
 // The Gray code of an index: consecutive codes differ in one bit.
@@ -33,8 +32,7 @@ struct SequenceRequest {
     uint64_t step = 1;          // leap + 1, in wrapping unsigned arithmetic
     bool quick = false;         // leap 0 with Gray codes: one column per row
     bool gray = false;
-    const uint64_t* last = nullptr;  // the point before row 0, or null
-    size_t lastCount = 0;            // words behind `last`; missing ones are 0
+    const uint64_t* last = nullptr;  // the point before row 0 (d words), or null
 };
 
 // The point matrices below are n-by-d, column-major, zero on entry; a point is
@@ -42,8 +40,7 @@ struct SequenceRequest {
 // contiguous run, so the result is the row-by-row recurrence without striding
 // through the matrix once per point; it does not depend on the thread count.
 void sobolSequence(const DirectionTable& dirs, const SequenceRequest& request, uint64_t* x, size_t n);
-void sobolIndexed(const DirectionTable& dirs, const double* indices, size_t indexCount, bool gray,
-                  uint64_t* x, size_t n);
+void sobolIndexed(const DirectionTable& dirs, const double* indices, bool gray, uint64_t* x, size_t n);
 void sobolNet(const DirectionTable& dirs, bool gray, uint64_t* x, size_t n);
 
 }  // namespace zv::sampling

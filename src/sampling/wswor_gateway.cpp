@@ -2,51 +2,14 @@
 // proportional to the weights of the items still left.
 #include <cmath>
 #include <cstdint>
-#include <vector>
 
 #include "frame/gateway.hpp"
+#include "frame/host_values.hpp"
 #include "sampling/wswor_tree.hpp"
 
 namespace {
 
 namespace ids = stats::datasample;
-
-// Weights of another numeric class, or sparse ones, are read into doubles;
-// dense doubles are read in place.
-template <class V>
-void widen(const ndArray* w, std::vector<double>& out) {
-    const V* v = zv::dataOf<const V>(w);
-    out.resize(ndGetNumberOfElements(w));
-    for (size_t i = 0; i < out.size(); ++i) out[i] = double(v[i]);
-}
-
-const double* weightsAsDoubles(const ndArray* w, std::vector<double>& copy) {
-    const size_t n = ndGetNumberOfElements(w);
-    if (ndIsSparse(w)) {
-        copy.assign(n, 0.0);
-        const size_t* rows = ndGetRowIndices(w);
-        const size_t* starts = ndGetColumnStarts(w);
-        const double* values = zv::dataOf<const double>(w);
-        const size_t m = ndGetM(w);
-        for (size_t j = 0; j < ndGetN(w); ++j)
-            for (size_t e = starts[j]; e < starts[j + 1]; ++e) copy[j * m + rows[e]] = values[e];
-        return copy.data();
-    }
-    switch (ndGetClassID(w)) {
-    case ndDOUBLE_CLASS: return zv::dataOf<const double>(w);
-    case ndSINGLE_CLASS: widen<float>(w, copy); break;
-    case ndINT8_CLASS: widen<int8_t>(w, copy); break;
-    case ndUINT8_CLASS: widen<uint8_t>(w, copy); break;
-    case ndINT16_CLASS: widen<int16_t>(w, copy); break;
-    case ndUINT16_CLASS: widen<uint16_t>(w, copy); break;
-    case ndINT32_CLASS: widen<int32_t>(w, copy); break;
-    case ndUINT32_CLASS: widen<uint32_t>(w, copy); break;
-    case ndINT64_CLASS: widen<int64_t>(w, copy); break;
-    case ndUINT64_CLASS: widen<uint64_t>(w, copy); break;
-    default: break;
-    }
-    return copy.data();
-}
 
 }  // namespace
 
@@ -68,16 +31,11 @@ ZV_DEFINE_GATEWAY(wswor) {
     const size_t k = zv::checked::toSize(kValue);
     auto out = zv::createMatrix<double>(1, k);
     double* positions = zv::dataOf<double>(out.get());
-    outputs[0] = matrix::to_host(std::move(out));
-    if (k == 0) return;
-    if (n == 1) {
-        positions[0] = 1;
-        return;
-    }
+    if (k > 0 && n == 1) positions[0] = 1;
+    if (k == 0 || n == 1) return zv::handOver(outputs, numOutputs, std::move(out));
 
     // A NaN weight is refused like a negative one: it has no place in a sum.
-    std::vector<double> copy;
-    const double* weights = weightsAsDoubles(weightArg, copy);
+    const zv::HostValues<double> weights(weightArg, n, 0.0);
     zv::sampling::WeightTree tree(n, [&](size_t i) {
         zv::raiseIf<ids::NegativeWeight>(!(weights[i] >= 0));
         return weights[i];
@@ -94,4 +52,5 @@ ZV_DEFINE_GATEWAY(wswor) {
         reachedLeaves = zv::sampling::wsworEngine(tree, k, positions, hostRandu);
     }
     zv::raiseIf<ids::BinaryTreeAlgorithmFailed>(!reachedLeaves);
+    zv::handOver(outputs, numOutputs, std::move(out));
 }

@@ -7,7 +7,8 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
+
+#include "frame/scratch.hpp"
 
 namespace zv::sampling {
 
@@ -30,8 +31,8 @@ public:
     template <class WeightAt>
     WeightTree(size_t n, WeightAt&& weightAt)
         : leafStart_(std::bit_ceil(n)),
-          nodes_(new Node[2 * n - 1]),
-          path_(new size_t[std::countr_zero(leafStart_) + 1]) {
+          nodes_(2 * n - 1),
+          path_(std::countr_zero(leafStart_) + 1) {
         // With P the next power of two, the first 2N - P items fill the
         // deepest level from node P - 1 on, the others end the level above.
         const size_t deepItems = 2 * n - leafStart_;
@@ -93,8 +94,8 @@ public:
 private:
     size_t leafStart_;
     size_t positive_ = 0;
-    std::unique_ptr<Node[]> nodes_;
-    std::unique_ptr<size_t[]> path_;
+    Scratch<Node> nodes_;
+    Scratch<size_t> path_;
 };
 
 // Draws k items; `uniform(out, count)` is asked for batches of at most
