@@ -1,7 +1,11 @@
 // coxsresbif and coxmresbif: the risk-set sums behind Cox score and
 // martingale residuals. Both run on the calling thread.
+#include <limits>
+
 #include "diagnostics/cox_residuals.hpp"
 #include "frame/gateway.hpp"
+#include "frame/host_values.hpp"
+#include "frame/scratch.hpp"
 
 namespace {
 
@@ -9,17 +13,33 @@ using zv::diagnostics::CoxProblem;
 using zv::diagnostics::CoxScoreWork;
 using zv::diagnostics::CoxSums;
 
+constexpr double kMissing = std::numeric_limits<double>::quiet_NaN();
+
 bool isDouble(const ndArray* a) { return ndGetClassID(a) == ndDOUBLE_CLASS; }
 
-// status, then the vectors from `first` on, all read as n values.
-void readRows(CoxProblem& pr, const ndArray** inputs, int first) {
-    pr.status = reinterpret_cast<const uint8_t*>(ndGetLogicals(inputs[0]));
-    pr.start = zv::dataOf<const double>(inputs[first]);
-    pr.stop = zv::dataOf<const double>(inputs[first + 1]);
-    pr.freq = zv::dataOf<const double>(inputs[first + 2]);
-    pr.risk = zv::dataOf<const double>(inputs[first + 3]);
-    pr.tie = ndGetScalar(inputs[first + 4]);
-}
+// The n rows as the engine reads them. Lengths are the caller's to get
+// right; a vector that holds fewer values is read as far as it goes: a row
+// past the status has no event, and a time, frequency or risk it lacks is
+// NaN, so such a row is never at risk, or makes the sums it enters NaN.
+struct Rows {
+    zv::HostValues<bool> status;
+    zv::HostValues<double> start, stop, freq, risk;
+
+    Rows(const ndArray** inputs, int first, size_t n)
+        : status(inputs[0], n, false),
+          start(inputs[first], n, kMissing),
+          stop(inputs[first + 1], n, kMissing),
+          freq(inputs[first + 2], n, kMissing),
+          risk(inputs[first + 3], n, kMissing) {}
+
+    void into(CoxProblem& pr) const {
+        pr.status = reinterpret_cast<const uint8_t*>(status.data());
+        pr.start = start.data();
+        pr.stop = stop.data();
+        pr.freq = freq.data();
+        pr.risk = risk.data();
+    }
+};
 
 }  // namespace
 
@@ -37,21 +57,15 @@ ZV_DEFINE_GATEWAY(coxsresbif) {
     pr.n = ndGetN(xArg);
     outputs[0] = ndCreateDoubleMatrix(pr.p, pr.n, ndREAL);
     if (pr.p == 0) return;
-    pr.x = zv::dataOf<const double>(xArg);
-    readRows(pr, inputs, 2);
+    const auto x = zv::HostValues<double>::matrix(xArg, pr.p, pr.n, kMissing);
+    const Rows rows(inputs, 2, pr.n);
+    rows.into(pr);
+    pr.x = x.data();
+    pr.tie = ndGetScalar(inputs[6]);
     pr.out = zv::dataOf<double>(outputs[0]);
 
-    const size_t bytes = pr.p * sizeof(double);
-    CoxScoreWork work{};
-    work.a = static_cast<double*>(ndMalloc(bytes));
-    work.b = static_cast<double*>(ndMalloc(bytes));
-    work.t = static_cast<double*>(ndCalloc(pr.p, sizeof(double)));
-    work.c = static_cast<double*>(ndMalloc(bytes));
-    work.d = static_cast<double*>(ndMalloc(bytes));
-    zv::raiseIf<ids::MemoryAllocationFailure>(!work.a || !work.b || !work.t || !work.c || !work.d);
-
-    zv::diagnostics::coxRiskSums(pr, work);
-    for (double* v : {work.a, work.b, work.t, work.c, work.d}) ndFree(v);
+    zv::Scratch<double> a(pr.p), b(pr.p), t(pr.p, 0.0), c(pr.p), d(pr.p);
+    zv::diagnostics::coxRiskSums(pr, CoxScoreWork{a.get(), b.get(), t.get(), c.get(), d.get()});
 }
 
 ZV_DEFINE_GATEWAY(coxmresbif) {
@@ -65,7 +79,9 @@ ZV_DEFINE_GATEWAY(coxmresbif) {
     pr.kind = CoxSums::Martingale;
     pr.n = ndGetN(inputs[1]);
     outputs[0] = ndCreateDoubleMatrix(1, pr.n, ndREAL);
-    readRows(pr, inputs, 1);
+    const Rows rows(inputs, 1, pr.n);
+    rows.into(pr);
+    pr.tie = ndGetScalar(inputs[5]);
     pr.out = zv::dataOf<double>(outputs[0]);
     zv::diagnostics::coxRiskSums(pr, CoxScoreWork{});
 }

@@ -2,21 +2,11 @@
 // and the choice between the walk and the linear sweep.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 #include "diagnostics/cox_residuals.hpp"
 
 namespace zv::diagnostics {
-
-namespace {
-
-// The value of x + x + x + ... without end.
-double repeatedWithoutEnd(double x) {
-    return x == 0 ? 0.0 : x * std::numeric_limits<double>::infinity();
-}
-
-}  // namespace
 
 HazardFactors hazardFactors(const CoxProblem& pr, const RiskSetSums& s, const CoxScoreWork* work) {
     HazardFactors h;
@@ -26,14 +16,26 @@ HazardFactors hazardFactors(const CoxProblem& pr, const RiskSetSums& s, const Co
         for (size_t c = 0; c < p; ++c) work->a[c] /= s.R;
         return h;
     }
-    if (!(s.M > 0)) return h;
+    // Martingale sums tell Efron's rows by tie = 1 only; with another tie
+    // they take G, which Efron's rule does not form, so its terms go unused.
+    if (!efronRows(pr) || !(s.M > 0)) return h;
 
     if (p > 0) {
         std::fill(work->c, work->c + p, 0.0);
         std::fill(work->d, work->d + p, 0.0);
     }
-    auto term = [&](double k) {
-        const double f = k / s.M;
+    if (pr.tie > 1) {
+        // Efron's loop takes tie terms per tied row: a tie above 1 names no
+        // rule, and a large one would keep the loop going for ages, with no
+        // poll to stop it. The factors are NaN.
+        h.G1 = h.G2 = std::numeric_limits<double>::quiet_NaN();
+        std::fill(work->c, work->c + p, h.G1);
+        std::fill(work->d, work->d + p, h.G1);
+        return h;
+    }
+    // An integer count: a double k would stop growing at 2^53.
+    for (uint64_t k = 0; double(k) < s.M; ++k) {
+        const double f = double(k) / s.M;
         const double den = s.R - s.E * f;
         const double a = (s.W / s.M) / den;
         h.G1 += a;
@@ -43,21 +45,7 @@ HazardFactors hazardFactors(const CoxProblem& pr, const RiskSetSums& s, const Co
             work->c[c] += work->t[c];
             work->d[c] += work->t[c] * (1 - f);
         }
-    };
-    if (std::isinf(s.M)) {
-        // k/M is 0 for every k: the first term repeats for ever, and the sums
-        // take the value that loop tends to instead of never ending.
-        term(0);
-        h.G1 = repeatedWithoutEnd(h.G1);
-        h.G2 = repeatedWithoutEnd(h.G2);
-        for (size_t c = 0; c < p; ++c) {
-            work->c[c] = repeatedWithoutEnd(work->c[c]);
-            work->d[c] = repeatedWithoutEnd(work->d[c]);
-        }
-        return h;
     }
-    // An integer count: a double k would stop growing at 2^53.
-    for (uint64_t k = 0; double(k) < s.M; ++k) term(double(k));
     return h;
 }
 

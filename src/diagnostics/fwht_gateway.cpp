@@ -7,6 +7,7 @@
 
 #include "diagnostics/fwht.hpp"
 #include "frame/gateway.hpp"
+#include "frame/host_values.hpp"
 
 namespace {
 
@@ -19,17 +20,6 @@ template <class T>
 constexpr T kSqrt2 = T(1.4142135623730951);
 template <>
 constexpr float kSqrt2<float> = 1.4142135f;
-
-// The values behind a parameter array, or, where the caller passed fewer than
-// `count`, a copy padded with `fill`, so that no block reads past the input.
-template <class V>
-const V* valuesOrPadded(const ndArray* a, size_t count, V fill, std::vector<V>& padded) {
-    const size_t stored = zv::storedCount<V>(a);
-    if (stored >= count) return zv::dataOf<const V>(a);
-    padded.assign(count, fill);
-    if (stored > 0) std::memcpy(padded.data(), ndGetData(a), stored * sizeof(V));
-    return padded.data();
-}
 
 // True when each of the first `blocks` columns of perm is a permutation of 1..L.
 bool permutationsValid(const int64_t* perm, size_t L, size_t blocks) {
@@ -65,7 +55,6 @@ void fwhtTyped(ndArray** outputs, const ndArray** inputs) {
     const uint64_t q = zv::checked::toSize(ndGetScalar(inputs[6]));
 
     rkeutils::FwhtProblem<T> pr{};
-    pr.x = zv::dataOf<const T>(xArg);
     pr.m = m;
     pr.k = k;
     pr.L = L;
@@ -89,13 +78,17 @@ void fwhtTyped(ndArray** outputs, const ndArray** inputs) {
     outputs[0] = ndCreateNumericMatrix(m, madeColumns, zv::classOf<T>(), ndREAL);
     pr.out = zv::dataOf<T>(outputs[0]);
 
+    // The parameters are read as T (P as integers) only as far as they hold
+    // values, whatever their class: a block never reads past an input.
+    const auto x = zv::HostValues<T>::matrix(xArg, m, k, T(0));
     const size_t count = L * pr.blocks;
-    std::vector<T> gPad, rPad;
-    std::vector<int64_t> permPad;
-    pr.d = zv::dataOf<const T>(dArg);
-    pr.g = valuesOrPadded<T>(inputs[2], count, T(0), gPad);
-    pr.r = valuesOrPadded<T>(inputs[3], count, T(0), rPad);
-    pr.perm = valuesOrPadded<int64_t>(inputs[4], count, int64_t(0), permPad);
+    const zv::HostValues<T> d(dArg, count, T(0)), g(inputs[2], count, T(0)), r(inputs[3], count, T(0));
+    const zv::HostValues<int64_t> perm(inputs[4], count, 0);
+    pr.x = x.data();
+    pr.d = d.data();
+    pr.g = g.data();
+    pr.r = r.data();
+    pr.perm = perm.data();
     pr.permutationsChecked = permutationsValid(pr.perm, L, pr.blocks);
 
     rkeutils::fwhtfun(pr);

@@ -5,10 +5,10 @@
 #include <algorithm>
 
 #include "frame/blas.hpp"
-#include "sparse/lasso_blas.hpp"
 #include "sparse/lasso_threshold.hpp"
+#include "sparse/residual_update.hpp"
 
-namespace zv::lasso {
+namespace zv::sparse {
 
 namespace {
 
@@ -26,7 +26,7 @@ void updateResidual(size_t N, const T* column, T delta, T* r) {
 }  // namespace
 
 template <class T>
-void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* weightedX, T const* y, T* r,
+void typedCoordDescentCycle(unsigned long N, unsigned long P, T const* X, T const* weightedX, T const* y, T* r,
                             T* b, bool* active, T divisor, T const* shrink, T threshold, bool haveResidual,
                             T const* xx) {
     if (!haveResidual) {
@@ -69,7 +69,7 @@ void typedYminusXb(unsigned long N, unsigned long P, T const* X, T const* b, boo
 }
 
 #define ZV_LASSO_INSTANTIATE(T)                                                                            \
-    template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T*, T const*, T const*, T*, T*,   \
+    template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T const*, T const*, T const*, T*, T*,   \
                                             bool*, T, T const*, T, bool, T const*);                        \
     template void typedCoordDescentCycleWithCov<T>(unsigned long, T const*, T const*, T*, bool*, T,         \
                                                    T const*, T);                                           \
@@ -78,4 +78,4 @@ ZV_LASSO_INSTANTIATE(double)
 ZV_LASSO_INSTANTIATE(float)
 #undef ZV_LASSO_INSTANTIATE
 
-}  // namespace zv::lasso
+}  // namespace zv::sparse

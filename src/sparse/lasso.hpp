@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-namespace zv::lasso {
+namespace zv::sparse {
 
 // Above this many rows a residual update runs as a parallel loop over rows;
 // below it the start-up cost of the loop outweighs the work of one column.
@@ -16,7 +16,7 @@ inline constexpr unsigned long kParallelUpdateRows = 2000000;
 // the previous sweep and y is not read. b, active and r are updated in place.
 // A null xx counts as all zeros.
 template <class T>
-void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* weightedX, T const* y, T* r,
+void typedCoordDescentCycle(unsigned long N, unsigned long P, T const* X, T const* weightedX, T const* y, T* r,
                             T* b, bool* active, T divisor, T const* shrink, T threshold, bool haveResidual,
                             T const* xx);
 
@@ -31,7 +31,7 @@ template <class T>
 void typedYminusXb(unsigned long N, unsigned long P, T const* X, T const* b, bool const* active, T* r);
 
 #define ZV_LASSO_DECLARE(T)                                                                                \
-    extern template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T*, T const*, T const*, T*, \
+    extern template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T const*, T const*, T const*, T*, \
                                                    T*, bool*, T, T const*, T, bool, T const*);             \
     extern template void typedCoordDescentCycleWithCov<T>(unsigned long, T const*, T const*, T*, bool*, T,  \
                                                           T const*, T);                                    \
@@ -40,4 +40,4 @@ ZV_LASSO_DECLARE(double)
 ZV_LASSO_DECLARE(float)
 #undef ZV_LASSO_DECLARE
 
-}  // namespace zv::lasso
+}  // namespace zv::sparse

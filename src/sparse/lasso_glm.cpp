@@ -8,13 +8,13 @@
 #include <algorithm>
 
 #include "frame/blas.hpp"
-#include "sparse/lasso_blas.hpp"
 #include "sparse/lasso_threshold.hpp"
+#include "sparse/residual_update.hpp"
 
-namespace zv::lassoglm {
+namespace zv::sparse {
 
 template <class T>
-void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* weightedX, T const* xx,
+void typedCoordDescentCycle(unsigned long N, unsigned long P, T const* X, T const* weightedX, T const* xx,
                             T const* z, T* r, T* b, bool* active, T const* shrink, T threshold) {
     // Each sweep starts from a fresh residual: the weights change between sweeps.
     std::copy_n(z, N, r);
@@ -27,11 +27,11 @@ void typedCoordDescentCycle(unsigned long N, unsigned long P, T* X, T const* wei
         T d = 0;
         for (size_t i = 0; i < N; ++i) d += weightedColumn[i] * r[i];
         d += xx[j] * old;
-        lasso::softThreshold(d, threshold, shrink[j], b[j], active[j]);
+        softThreshold(d, threshold, shrink[j], b[j], active[j]);
         if (N == 0) continue;
         const T delta = b[j] - old;
         const T* column = X + j * N;
-        lasso::parallelSubtractScaled(N, column, delta, r);
+        parallelSubtractScaled(N, column, delta, r);
     }
 }
 
@@ -53,11 +53,11 @@ void typedWtimesX2(unsigned long N, unsigned long P, T const* X, T const* w, boo
 }
 
 #define ZV_LASSOGLM_INSTANTIATE(T)                                                                         \
-    template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T*, T const*, T const*, T const*, \
+    template void typedCoordDescentCycle<T>(unsigned long, unsigned long, T const*, T const*, T const*, T const*, \
                                             T*, T*, bool*, T const*, T);                                   \
     template void typedWtimesX2<T>(unsigned long, unsigned long, T const*, T const*, bool const*, T*);
 ZV_LASSOGLM_INSTANTIATE(double)
 ZV_LASSOGLM_INSTANTIATE(float)
 #undef ZV_LASSOGLM_INSTANTIATE
 
-}  // namespace zv::lassoglm
+}  // namespace zv::sparse

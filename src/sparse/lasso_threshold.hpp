@@ -2,7 +2,7 @@
 // is shrunk toward zero, and a predictor that lands on zero leaves the active set.
 #pragma once
 
-namespace zv::lasso {
+namespace zv::sparse {
 
 // A value inside [-threshold, threshold], and a NaN, fail both comparisons:
 // the coefficient becomes 0 and the predictor is dropped until the host
@@ -19,4 +19,4 @@ inline void softThreshold(T g, T threshold, T shrink, T& coefficient, bool& acti
     }
 }
 
-}  // namespace zv::lasso
+}  // namespace zv::sparse

@@ -17,15 +17,15 @@ public:
     // One response's scratch, in allocation order.
     struct Workspace {
         Workspace(const BatchOMPSolver& solver, Heap heap);
-        Block<T> alpha;        // correlations of every atom with the residual
-        Block<T> L;            // upper Cholesky factor of the selected atoms' Gram matrix
-        Block<T> gamma;        // coefficients of the selected atoms
-        Block<T> alphaI;       // correlations of the response with the selected atoms
-        Block<T> GI;           // columns of G of the selected atoms
-        Block<T> w;            // the new column of L
-        Block<bool> used;      // atoms already selected
-        Block<size_t> selected;
-        Block<T> seenGroups;
+        Scratch<T> alpha;          // correlations of every atom with the residual
+        Scratch<T> L;              // upper Cholesky factor of the selected atoms' Gram matrix
+        Scratch<T> gamma;          // coefficients of the selected atoms
+        Scratch<T> alphaI;         // correlations of the response with the selected atoms
+        Scratch<T> GI;             // columns of G of the selected atoms
+        Scratch<T> w;              // the new column of L
+        Scratch<bool> used;        // atoms already selected
+        Scratch<size_t> selected;
+        Scratch<T> seenGroups;
     };
 
     size_t numResponses() const { return problem_.numResponses; }
@@ -33,10 +33,10 @@ public:
 
 private:
     OmpProblem<T> problem_;
-    Block<T> G_;              // P x P, both triangles
-    Block<T> XtY_;            // P x M
-    Block<T> atomNorms_;      // P
-    Block<T> responseNorms_;  // M
+    Scratch<T> G_;              // P x P, both triangles
+    Scratch<T> XtY_;            // P x M
+    Scratch<T> atomNorms_;      // P
+    Scratch<T> responseNorms_;  // M
 };
 
 extern template class BatchOMPSolver<double>;

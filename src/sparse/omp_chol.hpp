@@ -17,17 +17,17 @@ public:
     // One response's scratch, in allocation order.
     struct Workspace {
         Workspace(const CholOMPSolver& solver, Heap heap);
-        Block<T> r;           // residual
-        Block<T> alpha;       // correlations of every atom with the residual
-        Block<T> XtY;         // correlations of every atom with the response
-        Block<T> alphaI;      // correlations of the response with the selected atoms
-        Block<T> L;           // upper Cholesky factor of the selected atoms' Gram matrix
-        Block<T> gamma;       // coefficients of the selected atoms
-        Block<T> XI;          // the selected atoms, R x maxAtoms
-        Block<T> w;           // the new column of L
-        Block<bool> used;     // atoms already selected
-        Block<size_t> selected;
-        Block<T> seenGroups;
+        Scratch<T> r;              // residual
+        Scratch<T> alpha;          // correlations of every atom with the residual
+        Scratch<T> XtY;            // correlations of every atom with the response
+        Scratch<T> alphaI;         // correlations of the response with the selected atoms
+        Scratch<T> L;              // upper Cholesky factor of the selected atoms' Gram matrix
+        Scratch<T> gamma;          // coefficients of the selected atoms
+        Scratch<T> XI;             // the selected atoms, R x maxAtoms
+        Scratch<T> w;              // the new column of L
+        Scratch<bool> used;        // atoms already selected
+        Scratch<size_t> selected;
+        Scratch<T> seenGroups;
     };
 
     size_t numResponses() const { return problem_.numResponses; }
@@ -35,7 +35,7 @@ public:
 
 private:
     OmpProblem<T> problem_;
-    Block<T> atomNorms_;  // P
+    Scratch<T> atomNorms_;  // P
 };
 
 extern template class CholOMPSolver<double>;

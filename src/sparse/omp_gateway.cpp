@@ -7,7 +7,7 @@
 
 #include "frame/double_else_single.hpp"
 #include "frame/gateway.hpp"
-#include "sparse/omp_arguments.hpp"
+#include "frame/host_values.hpp"
 #include "sparse/omp_batch.hpp"
 #include "sparse/omp_chol.hpp"
 
@@ -44,13 +44,16 @@ void ompTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
     // support cannot exist, whatever the host would do with such a size.
     if (zv::reachesElementLimit(double(problem.maxAtoms) * double(M))) {
         const double bytes = double(problem.maxAtoms) * double(M) * double(sizeof(T));
-        raiseOutOfMemory(bytes < double(LONG_MAX) ? size_t(bytes) : size_t(LONG_MAX));
+        zv::frame::raiseOutOfMemory<OutOfMemory>(bytes < double(LONG_MAX) ? size_t(bytes) : size_t(LONG_MAX));
     }
 
-    const DenseArgument<T> X(xArg, problem.numRows, P, false, T(0));
-    const DenseArgument<T> Y(yArg, problem.numRows, M, false, T(0));
-    // An atom without a group value shares its group with no other atom.
-    const DenseArgument<T> groups(inputs[3], P, 1, true, std::numeric_limits<T>::quiet_NaN());
+    // X and Y are seen by their own rows and columns, the groups as a list;
+    // whatever an input lacks is a zero, and an atom without a group value
+    // shares its group with no other atom.
+    using Values = zv::HostValues<T, OutOfMemory>;
+    const auto X = Values::matrix(xArg, problem.numRows, P, T(0));
+    const auto Y = Values::matrix(yArg, problem.numRows, M, T(0));
+    const Values groups(inputs[3], P, std::numeric_limits<T>::quiet_NaN());
     problem.X = X.data();
     problem.Y = Y.data();
     problem.groups = groups.data();
@@ -70,8 +73,7 @@ void ompTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
         if (parallel) Parallelizer<Solver<T>>(solver, out).solveParallel();
         else solveSerial(solver, out);
     }
-    outputs[0] = matrix::to_host(std::move(coefficients));
-    if (numOutputs > 1) outputs[1] = matrix::to_host(std::move(support));
+    zv::handOver(outputs, numOutputs, std::move(coefficients), std::move(support));
 }
 
 template <template <class> class Solver>

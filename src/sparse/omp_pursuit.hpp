@@ -11,9 +11,18 @@
 #include <cstddef>
 
 #include "frame/blas.hpp"
-#include "sparse/omp_block.hpp"
+#include "frame/message_ids.hpp"
+#include "frame/scratch.hpp"
 
 namespace featlearn::omp {
+
+using OutOfMemory = stats::classreg::learning::omputils::omp::UnableToAllocateMemory;
+
+// Every block of the solvers can fail, and a failure is the family's own
+// error with the byte count.
+template <class T>
+using Scratch = zv::Scratch<T, OutOfMemory>;
+using zv::Heap;
 
 template <class T>
 struct OmpProblem {

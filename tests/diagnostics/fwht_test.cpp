@@ -216,6 +216,12 @@ TEST(Fwht, SmallestBlocks) {
     other.g = {123.0, -7.0};
     other.perm = {2, 1};
     expectSameBits(expand(two), expand(other));
+    // No block, or no rows: an empty output of the right shape.
+    size_t columns = 1;
+    EXPECT_TRUE(expand(randomExpansion<double>(4, 2, 4, 0, 3), &columns).empty());
+    EXPECT_EQ(columns, 0u);
+    EXPECT_TRUE(expand(randomExpansion<double>(0, 2, 4, 2, 3), &columns).empty());
+    EXPECT_EQ(columns, 16u);
 }
 
 TEST(Fwht, PermutationsOutOfRangeWriteNothingOutsideTheirBlock) {
@@ -237,15 +243,28 @@ TEST(Fwht, PermutationsOutOfRangeWriteNothingOutsideTheirBlock) {
     expectSameBits(expand(wide), transcription(wide));
 }
 
-TEST(Fwht, ShortParameterArraysAreReadAsFarAsTheyGo) {
-    auto e = randomExpansion<double>(10, 4, 4, 2, 8);
-    ExpansionInputs<double> in(e);
-    Owned shortG = zvhost::matrixOf<double>(1, 3, {1.0, 2.0, 3.0});
-    auto list = in.list();
-    list[2] = shortG.get();
+TEST(Fwht, ParametersAreReadAsTheirNumbersAndOnlyAsFarAsTheyGo) {
     zvtest::LeakCheck leaks;
-    auto out = zvhost::call(rkeutils::fwhtbif, 1, list);
-    EXPECT_EQ(ndGetN(out[0].get()), 16u);
+    auto e = randomExpansion<double>(10, 4, 4, 2, 8);
+    for (double& g : e.g) g = double(float(g));  // exact in single precision
+    ExpansionInputs<double> in(e);
+    auto as = [&](auto type, const auto& v) {
+        std::vector<decltype(type)> c(v.begin(), v.end());
+        return zvhost::matrixOf<decltype(type)>(e.L, e.S, std::span<const decltype(type)>(c));
+    };
+    // D and R as int32, G as single, P as doubles: converted, not reinterpreted.
+    Owned other[] = {nullptr, as(int32_t{}, e.d), as(float{}, e.g), as(int32_t{}, e.r), as(double{}, e.perm)};
+    for (size_t slot = 1; slot <= 4; ++slot) {
+        auto list = in.list();
+        list[slot] = other[slot].get();
+        expectSameBits(zvhost::valuesOf<double>(zvhost::call(rkeutils::fwhtbif, 1, list)[0].get()), expand(e));
+    }
+    // A short G: the values it lacks are zeros.
+    auto list = in.list();
+    Owned shortG = zvhost::matrixOf<double>(1, 3, {e.g[0], e.g[1], e.g[2]});
+    list[2] = shortG.get();
+    std::fill(e.g.begin() + 3, e.g.end(), 0.0);
+    expectSameBits(zvhost::valuesOf<double>(zvhost::call(rkeutils::fwhtbif, 1, list)[0].get()), expand(e));
 }
 
 TEST(Fwht, ResultsDoNotDependOnTheThreadCount) {

@@ -82,108 +82,56 @@ Problem sparseProblem(size_t rows, size_t atoms, size_t responses, size_t nonzer
 
 using zvtest::expectBitEqual;
 
-TEST(Omp, OrthonormalDictionaryTakesAtomsByMagnitude) {
-    for (Gateway f : kBoth) {
-        const Fit all = omp(f, identity(3), 3, 3, {3, -5, 1}, {.maxAtoms = 3});
-        EXPECT_EQ(all.coefficients, (std::vector<double>{3, -5, 1}));
-        EXPECT_EQ(all.support, (std::vector<double>{2, 1, 3}));
-        const Fit two = omp(f, identity(3), 3, 3, {3, -5, 1}, {.maxAtoms = 2});
-        EXPECT_EQ(two.coefficients, (std::vector<double>{3, -5, 0}));
-        EXPECT_EQ(two.support, (std::vector<double>{2, 1}));
-    }
-}
-
-TEST(Omp, HandWorkedNonOrthogonalPursuit) {
-    // Atoms (1,0) and (s,s) with s = 1/sqrt(2); y = (1,2). First (s,s):
-    // |3s| > 1; then least squares on both atoms solves y exactly: y = -1*(1,0) + 2/s*(s,s).
+// Small dictionaries worked by hand, in both precisions and by both forms.
+TEST(Omp, HandCases) {
     const double s = std::sqrt(0.5);
-    for (Gateway f : kBoth) {
-        const Fit fit = omp(f, {1, 0, s, s}, 2, 2, {1, 2});
-        EXPECT_EQ(fit.support, (std::vector<double>{2, 1, -1, -1, -1, -1, -1, -1, -1, -1}));
-        EXPECT_NEAR(fit.coefficients[0], -1.0, 1e-14);
-        EXPECT_NEAR(fit.coefficients[1], 2.0 / s, 1e-14);
-    }
-}
-
-TEST(Omp, ResponseEqualToAnAtomStopsAfterOneStepWithATolerance) {
-    const Problem p = sparseProblem(8, 6, 1, 1, 3);
-    std::vector<double> y(p.x.begin() + 8 * 4, p.x.begin() + 8 * 5);  // atom 5
-    for (Gateway f : kBoth) {
-        const Fit fit = omp(f, p.x, 8, 6, y, {.maxAtoms = 4, .tolerance = 1e-6});
-        EXPECT_EQ(fit.support, (std::vector<double>{5, -1, -1, -1}));
-        EXPECT_NEAR(fit.coefficients[4], 1.0, 1e-12);
-    }
-    // A tolerance of 0 never stops on the residual: with nothing left to
-    // explain, atom 1 comes by default, and then a stop on it.
-    for (Gateway f : kBoth) {
-        EXPECT_EQ(omp(f, identity(3), 3, 3, {0, 5, 0}, {.maxAtoms = 3, .tolerance = 0.5}).support,
-                  (std::vector<double>{2, -1, -1}));
-        const Fit fit = omp(f, identity(3), 3, 3, {0, 5, 0}, {.maxAtoms = 3});
-        EXPECT_EQ(fit.support, (std::vector<double>{2, 1, -1}));
-        EXPECT_EQ(fit.coefficients, (std::vector<double>{0, 5, 0}));
-    }
-}
-
-TEST(Omp, AllZeroResponseTakesAtomOneThenStopsOnIt) {
-    for (Gateway f : kBoth) {
-        const Fit fit = omp(f, identity(3), 3, 3, {0, 0, 0}, {.maxAtoms = 3, .tolerance = 0.5});
-        EXPECT_EQ(fit.support, (std::vector<double>{1, -1, -1}));
-        EXPECT_EQ(fit.coefficients, (std::vector<double>{0, 0, 0}));
-    }
-}
-
-TEST(Omp, ResponseOrthogonalToEveryAtomStopsOnTheRepeatedDefault) {
-    // Atoms e1, e2 in three rows; y = e3.
-    for (Gateway f : kBoth) {
-        const Fit fit = omp(f, {1, 0, 0, 0, 1, 0}, 3, 2, {0, 0, 4}, {.maxAtoms = 2});
-        EXPECT_EQ(fit.support, (std::vector<double>{1, -1}));
-        EXPECT_EQ(fit.coefficients, (std::vector<double>{0, 0}));
-    }
-}
-
-TEST(Omp, EqualScoresGoToTheLowerIndex) {
-    for (Gateway f : kBoth) {
-        EXPECT_EQ(omp(f, identity(3), 3, 3, {2, -2, 2}, {.maxAtoms = 3}).support, (std::vector<double>{1, 2, 3}));
-    }
-}
-
-TEST(Omp, GroupLimit) {
-    const std::vector<double> y = {3, -5, 1};
-    for (Gateway f : kBoth) {
-        // No group allowed: empty support, zero coefficients.
-        const Fit none = omp(f, identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 0});
-        EXPECT_EQ(none.support, (std::vector<double>{-1, -1, -1}));
-        EXPECT_EQ(none.coefficients, (std::vector<double>{0, 0, 0}));
+    const std::vector<double> y{3, -5, 1}, none{};
+    struct Case {
+        const char* what;
+        std::vector<double> x;
+        size_t rows, atoms;
+        std::vector<double> y;
+        Options o;
+        std::vector<double> support, coefficients;  // no coefficients: not checked
+    };
+    const Case cases[] = {
+        {"orthonormal atoms come by magnitude", identity(3), 3, 3, y, {.maxAtoms = 3}, {2, 1, 3}, {3, -5, 1}},
+        {"up to maxAtoms", identity(3), 3, 3, y, {.maxAtoms = 2}, {2, 1}, {3, -5, 0}},
+        // Atoms (1,0) and (s,s): first (s,s) as |3s| > 1, then least squares on
+        // both solves y = -1*(1,0) + 2/s*(s,s) exactly.
+        {"a non-orthogonal pair", {1, 0, s, s}, 2, 2, {1, 2}, {}, {2, 1, -1, -1, -1, -1, -1, -1, -1, -1}, {-1, 2 / s}},
+        {"a response equal to an atom stops with a tolerance", identity(3), 3, 3, {0, 5, 0}, {.maxAtoms = 3, .tolerance = 0.5},
+         {2, -1, -1}, {0, 5, 0}},
+        // Nothing left to explain: atom 1 comes by default, and then a stop on it.
+        {"a tolerance of 0 never stops on the residual", identity(3), 3, 3, {0, 5, 0}, {.maxAtoms = 3}, {2, 1, -1}, {0, 5, 0}},
+        {"an all-zero response takes atom 1 and stops on it", identity(3), 3, 3, {0, 0, 0}, {.maxAtoms = 3, .tolerance = 0.5},
+         {1, -1, -1}, {0, 0, 0}},
+        {"a response orthogonal to all atoms stops on the repeated default", {1, 0, 0, 0, 1, 0}, 3, 2, {0, 0, 4},
+         {.maxAtoms = 2}, {1, -1}, {0, 0}},
+        {"equal scores go to the lower index", identity(3), 3, 3, {2, -2, 2}, {.maxAtoms = 3}, {1, 2, 3}, none},
+        {"no group allowed", identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 0}, {-1, -1, -1}, {0, 0, 0}},
         // Atom 1 joins the seen group of atom 2 for free; atom 3 would open a second.
-        EXPECT_EQ(omp(f, identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 1, .groups = {7, 7, 9}}).support,
-                  (std::vector<double>{2, 1, -1}));
-        // 0 and -0 are one group.
-        EXPECT_EQ(omp(f, identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 1, .groups = {0, -0.0, 1}}).support,
-                  (std::vector<double>{2, 1, -1}));
-        // A NaN is never found among the seen groups: each one is new.
-        EXPECT_EQ(omp(f, identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 2, .groups = {kNaN, kNaN, kNaN}}).support,
-                  (std::vector<double>{2, 1, -1}));
-        // A NaN limit truncates to 0 groups.
-        EXPECT_EQ(omp(f, identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = kNaN}).support,
-                  (std::vector<double>{-1, -1, -1}));
-    }
-}
-
-TEST(Omp, CountArgumentsAreTruncated) {
-    for (Gateway f : kBoth) {
-        const Fit fit = omp(f, identity(3), 3, 3, {3, -5, 1}, {.maxAtoms = 2.9, .maxGroups = 1.7, .groups = {7, 7, 9}});
-        EXPECT_EQ(fit.supportRows, 2u);
-        EXPECT_EQ(fit.support, (std::vector<double>{2, 1}));
-    }
-}
-
-TEST(Omp, MoreAtomsAllowedThanTheDictionaryHas) {
-    for (Gateway f : kBoth) {
-        const Fit fit = omp(f, identity(2), 2, 2, {1, 4}, {.maxAtoms = 5});
-        EXPECT_EQ(fit.supportRows, 5u);
-        EXPECT_EQ(fit.support, (std::vector<double>{2, 1, -1, -1, -1}));
-        EXPECT_EQ(fit.coefficients, (std::vector<double>{1, 4}));
-    }
+        {"one group", identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 1, .groups = {7, 7, 9}}, {2, 1, -1}, {3, -5, 0}},
+        {"0 and -0 are one group", identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = 1, .groups = {0, -0.0, 1}},
+         {2, 1, -1}, none},
+        {"a NaN group is new each time", identity(3), 3, 3, y,
+         {.maxAtoms = 3, .maxGroups = 2, .groups = {kNaN, kNaN, kNaN}}, {2, 1, -1}, none},
+        {"a NaN group limit truncates to 0", identity(3), 3, 3, y, {.maxAtoms = 3, .maxGroups = kNaN}, {-1, -1, -1}, none},
+        {"count arguments are truncated", identity(3), 3, 3, y,
+         {.maxAtoms = 2.9, .maxGroups = 1.7, .groups = {7, 7, 9}}, {2, 1}, none},
+        {"more atoms allowed than the dictionary has", identity(2), 2, 2, {1, 4}, {.maxAtoms = 5}, {2, 1, -1, -1, -1},
+         {1, 4}},
+    };
+    for (const Case& c : cases)
+        for (Gateway f : kBoth)
+            for (bool single : {false, true}) {
+                SCOPED_TRACE(::testing::Message() << c.what << (f == ompBatchImpl ? ", batch" : ", chol")
+                                                  << (single ? ", single" : ""));
+                const Fit fit = single ? omp<float>(f, c.x, c.rows, c.atoms, c.y, c.o) : omp(f, c.x, c.rows, c.atoms, c.y, c.o);
+                EXPECT_EQ(fit.support, c.support);
+                for (size_t k = 0; k < c.coefficients.size(); ++k)
+                    EXPECT_NEAR(fit.coefficients[k], c.coefficients[k], single ? 1e-5 : 1e-14) << k;
+            }
 }
 
 TEST(Omp, EmptyShapes) {
@@ -206,37 +154,26 @@ TEST(Omp, EmptyShapes) {
     }
 }
 
-TEST(Omp, RankDeficientDictionariesDoNotCrash) {
-    // Repeated atoms, a zero atom, and more atoms than rows, with every
-    // pursuit run to maxAtoms = P: the factor gets zero diagonals.
+TEST(Omp, DegenerateDataEndsEveryPursuit) {
+    // Repeated atoms, a zero atom and more atoms than rows, every pursuit run
+    // to maxAtoms = P, give the factor zero diagonals; NaN and infinities in
+    // atoms and responses end their pursuits early.
     Problem p = sparseProblem(4, 9, 12, 3, 11);
     std::copy(p.x.begin(), p.x.begin() + 4, p.x.begin() + 4 * 3);  // atom 4 = atom 1
     std::fill(p.x.begin() + 4 * 6, p.x.begin() + 4 * 7, 0.0);      // atom 7 = 0
+    Problem q = sparseProblem(5, 8, 6, 2, 23);
+    q.x[7] = kNaN, q.y[12] = std::numeric_limits<double>::infinity(), q.y[20] = kNaN;
     for (Gateway f : kBoth) {
         for (double parallel : {0.0, 1.0}) {
             const Fit fit = omp(f, p.x, 4, 9, p.y, {.maxAtoms = 9, .parallel = parallel});
-            EXPECT_EQ(fit.support.size(), 9u * 12u);
             for (size_t j = 0; j < 12; ++j) EXPECT_GE(fit.support[j * 9], 1.0);  // something was chosen
-            const Fit single = omp<float>(f, p.x, 4, 9, p.y, {.maxAtoms = 9, .parallel = parallel});
-            EXPECT_EQ(single.support.size(), 9u * 12u);
+            EXPECT_EQ(omp<float>(f, p.x, 4, 9, p.y, {.maxAtoms = 9, .parallel = parallel}).support.size(), 9u * 12u);
+            EXPECT_EQ(omp(f, q.x, 5, 8, q.y, {.maxAtoms = 8, .tolerance = 1e-3, .parallel = parallel}).support.size(), 48u);
         }
         // All atoms equal, all atoms zero.
-        const std::vector<double> same = {1, 0, 1, 0, 1, 0};
-        EXPECT_EQ(omp(f, same, 2, 3, {2, 1}, {.maxAtoms = 3}).support[0], 1.0);
+        EXPECT_EQ(omp(f, {1, 0, 1, 0, 1, 0}, 2, 3, {2, 1}, {.maxAtoms = 3}).support[0], 1.0);
         EXPECT_EQ(omp(f, std::vector<double>(6, 0.0), 2, 3, {2, 1}, {.maxAtoms = 3}).support[0], 1.0);
     }
-}
-
-TEST(Omp, NonFiniteDataEndsEveryPursuit) {
-    Problem p = sparseProblem(5, 8, 6, 2, 23);
-    p.x[7] = kNaN;                                       // inside atom 2
-    p.y[12] = std::numeric_limits<double>::infinity();  // inside response 3
-    p.y[20] = kNaN;                                      // inside response 5
-    for (Gateway f : kBoth)
-        for (double parallel : {0.0, 1.0}) {
-            const Fit fit = omp(f, p.x, 5, 8, p.y, {.maxAtoms = 8, .tolerance = 1e-3, .parallel = parallel});
-            EXPECT_EQ(fit.support.size(), 8u * 6u);
-        }
 }
 
 TEST(Omp, RecoversExactSparseCodesAndBothFormsAgree) {
@@ -248,6 +185,13 @@ TEST(Omp, RecoversExactSparseCodesAndBothFormsAgree) {
     EXPECT_EQ(batch.support, chol.support);
     for (size_t k = 0; k < batch.coefficients.size(); ++k)
         EXPECT_NEAR(batch.coefficients[k], chol.coefficients[k], 1e-10) << k;
+    // A response equal to an atom stops after one step despite the rounding.
+    const std::vector<double> atom(p.x.begin() + 40 * 4, p.x.begin() + 40 * 5);
+    for (Gateway f : kBoth) {
+        const Fit fit = omp(f, p.x, 40, 60, atom, {.maxAtoms = 4, .tolerance = 1e-6});
+        EXPECT_EQ(fit.support, (std::vector<double>{5, -1, -1, -1}));
+        EXPECT_NEAR(fit.coefficients[4], 1.0, 1e-12);
+    }
     // The codes reproduce the responses.
     for (size_t j = 0; j < 30; ++j)
         for (size_t r = 0; r < 40; ++r) {

@@ -8,7 +8,7 @@
 
 #include <cstddef>
 
-namespace zv::lasso {
+namespace zv::sparse {
 
 // A column of at most this many rows is updated on the calling thread: a
 // parallel loop over it costs more to schedule than to compute.
@@ -33,4 +33,4 @@ void parallelSubtractScaled(size_t N, const T* column, T delta, T* r) {
         tbb::auto_partitioner(), context);
 }
 
-}  // namespace zv::lasso
+}  // namespace zv::sparse
