@@ -209,7 +209,6 @@ Owned convertedClass(const ndArray* a, Rng& rng, std::string& what) {
 }
 
 Owned shortened(const ndArray* a, Rng& rng, std::string& what, bool grow) {
-    if (!holdsNumbers(a) && ndGetClassID(a) != ndCELL_CLASS) return Owned(ndDuplicateArray(a));  // an object has no length
     const size_t m = ndGetM(a), n = ndGetN(a);
     std::vector<size_t> dims = {m, n};
     if (!holdsNumbers(a) && ndGetClassID(a) != ndCELL_CLASS) {
