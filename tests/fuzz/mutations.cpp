@@ -211,6 +211,10 @@ Owned convertedClass(const ndArray* a, Rng& rng, std::string& what) {
 Owned shortened(const ndArray* a, Rng& rng, std::string& what, bool grow) {
     const size_t m = ndGetM(a), n = ndGetN(a);
     std::vector<size_t> dims = {m, n};
+    if (!holdsNumbers(a) && ndGetClassID(a) != ndCELL_CLASS) {  // a host object has no elements to cut
+        what = "(holds no elements)";
+        return Owned(ndDuplicateArray(a));
+    }
     const Owned source = ndIsSparse(a) ? densified(a) : Owned(ndDuplicateArray(a));
     // Vectors change along their length, matrices by a row or a column.
     const bool byRow = m != 1 && (n == 1 || pick(rng, 2) == 0);
@@ -304,8 +308,9 @@ Mutation mutateOnce(Call& call, Rng& rng) {
         MutationKind::Swap,   MutationKind::Outputs, MutationKind::DropInputs, MutationKind::ExtraInputs,
         MutationKind::Interrupt, MutationKind::AllocationFailure};
     m.kind = kWeighted[pick(rng, std::size(kWeighted))];
+    if ((m.kind < MutationKind::Swap && nIn == 0) || (m.kind == MutationKind::Swap && nIn < 2)) m.kind = MutationKind::Outputs;
+    // Decided after the fallback: a call left without inputs has none to pick.
     const bool needsInput = m.kind < MutationKind::Swap;
-    if ((needsInput && nIn == 0) || (m.kind == MutationKind::Swap && nIn < 2)) m.kind = MutationKind::Outputs;
 
     if (needsInput) {
         const size_t k = pick(rng, nIn);
