@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <mutex>
 
 #include "clustering/dbscan.hpp"
 #include "distance/condensed.hpp"
@@ -41,34 +42,47 @@ struct CondensedAdjacencyNeighbors {
     size_t stored;
     size_t n;
 
+    // The positions of the pairs of i grow with j, so each run stops at the
+    // first pair past the stored bytes: a short vector costs nothing per point.
     void operator()(size_t i, NeighborList& out) const {
         for (size_t j = 0; j < i; ++j) {
             const size_t k = distance::condensedIndex(j, i, n);
-            if (k < stored && adjacency[k]) out.push_back(j);
+            if (k >= stored) break;
+            if (adjacency[k]) out.push_back(j);
         }
         const size_t start = distance::condensedRowStart(i, n);
-        for (size_t j = i + 1; j < n; ++j) {
-            const size_t k = start + (j - i - 1);
-            if (k < stored && adjacency[k]) out.push_back(j);
-        }
+        const size_t end = start < stored ? std::min(n, i + 1 + (stored - start)) : i + 1;
+        for (size_t j = i + 1; j < end; ++j)
+            if (adjacency[start + (j - i - 1)]) out.push_back(j);
         out.push_back(i);
     }
 };
 
 // Every j != i with a distance at most epsilon; a NaN never passes. The
 // distances come from Source(i) as an array of double or single values; a
-// missing or short result leaves the points it lacks out.
+// missing or short result leaves the points it lacks out. The points from
+// source.firstWithoutData() on hold no value of the data: their queries are
+// one and the same, made once, so that a count of points far beyond the data
+// costs no call per point.
 template <class T, class Source>
-struct DistanceNeighbors {
-    Source source;
-    T epsilon;
-    size_t n;
+class DistanceNeighbors {
+public:
+    DistanceNeighbors(Source source, T epsilon, size_t n)
+        : source_(std::move(source)), epsilon_(epsilon), n_(n), firstWithoutData_(source_.firstWithoutData()) {}
 
     void operator()(size_t i, NeighborList& out) const {
-        matrix::unique_nd_ptr distances = source(i);
+        matrix::unique_nd_ptr own;
+        const ndArray* distances = nullptr;
+        if (i >= firstWithoutData_) {
+            std::call_once(withoutDataOnce_, [&] { withoutData_ = source_(firstWithoutData_); });
+            distances = withoutData_.get();
+        } else {
+            own = source_(i);
+            distances = own.get();
+        }
         if (distances) {
-            const size_t count = std::min(n, ndGetNumberOfElements(distances.get()));
-            visitRealData(distances.get(), [&](const auto* d) { within(d, count, i, out); });
+            const size_t count = std::min(n_, ndGetNumberOfElements(distances));
+            visitRealData(distances, [&](const auto* d) { within(d, count, i, out); });
         }
         out.push_back(i);
     }
@@ -83,14 +97,21 @@ private:
         for (; j0 + kBlock <= count; j0 += kBlock) {
             bool any = false;
 #pragma GCC unroll 16
-            for (size_t k = 0; k < kBlock; ++k) any |= T(d[j0 + k]) <= epsilon;
+            for (size_t k = 0; k < kBlock; ++k) any |= T(d[j0 + k]) <= epsilon_;
             if (!any) continue;
             for (size_t j = j0; j < j0 + kBlock; ++j)
-                if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+                if (T(d[j]) <= epsilon_ && j != i) out.push_back(j);
         }
         for (size_t j = j0; j < count; ++j)
-            if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+            if (T(d[j]) <= epsilon_ && j != i) out.push_back(j);
     }
+
+    Source source_;
+    T epsilon_;
+    size_t n_;
+    size_t firstWithoutData_;
+    mutable std::once_flag withoutDataOnce_;
+    mutable matrix::unique_nd_ptr withoutData_;
 };
 
 // The distance query of the nested route over panels of the data built once,
@@ -170,6 +191,29 @@ private:
     const std::shared_ptr<InterruptStateData>& interrupt_;
 };
 
+// The nested route's distances: the nested cross distance from every column
+// of x (p values each) to column i, which polls for interruption itself.
+class NestedColumns {
+public:
+    NestedColumns(const ndArray* x, size_t p, const ndArray* metric, const ndArray* parameter,
+                  const std::shared_ptr<InterruptStateData>& interrupt)
+        : column_(x, p, metric, parameter, interrupt), p_(p), stored_(storedBytes(x)),
+          elementBytes_(stored_ / std::max<size_t>(1, ndGetNumberOfElements(x))) {}
+
+    matrix::unique_nd_ptr operator()(size_t i) const { return column_(i); }
+
+    // The first column that starts past the stored bytes: it and all later
+    // ones are made of NaN alone (all of them, when a column has no values).
+    size_t firstWithoutData() const {
+        const size_t columnBytes = elementBytes_ && p_ > SIZE_MAX / elementBytes_ ? SIZE_MAX : p_ * elementBytes_;
+        return columnBytes == 0 ? 0 : stored_ / columnBytes + (stored_ % columnBytes != 0);
+    }
+
+private:
+    distance::Pdist2Column column_;
+    size_t p_, stored_, elementBytes_;
+};
+
 // The host's "pdist2" on the data (n-by-p, a point is a row) and row i:
 // serial, on the host thread. Values the data lacks are NaN in the row.
 class HostPdist2Rows {
@@ -194,6 +238,10 @@ public:
         if (distances) ndSetArrayScope(distances.get(), 0);
         return distances;
     }
+
+    // The first row whose first value lies past the stored bytes: it and all
+    // later ones are made of NaN alone (all of them, when a row has no values).
+    size_t firstWithoutData() const { return p_ == 0 || elementBytes_ == 0 ? 0 : stored_ / elementBytes_; }
 
 private:
     const ndArray* x_;
