@@ -139,32 +139,33 @@ void runCondensed(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const Merge
 }  // namespace
 
 template <class T>
-void linkageCondensed(LinkageMethod method, const T* y, size_t available, size_t n, const MergeTable<T>& out) {
+void linkageCondensed(LinkageMethod method, const T* given, size_t available, size_t n, const MergeTable<T>& out) {
     if (n < 2) return;
     const size_t pairs = n * (n - 1) / 2;
     // Single linkage reads the distances in place when they are all there.
-    if (method == LinkageMethod::Single && available >= pairs && singleLinkageByTree(y, n, out)) return;
+    if (method == LinkageMethod::Single && available >= pairs && singleLinkageByTree(given, n, out)) return;
 
     Scratch<T> work(pairs);
-    adviseHugePages(work.get(), pairs * sizeof(T));
+    T* y = work.get();
+    adviseHugePages(y, pairs * sizeof(T));
     const size_t have = std::min(available, pairs);
     if (worksOnSquares(method))
-        for (size_t i = 0; i < have; ++i) work[i] = y[i] * y[i];
+        for (size_t i = 0; i < have; ++i) y[i] = given[i] * given[i];
     else
-        std::copy(y, y + have, work.get());
-    std::fill(work.get() + have, work.get() + pairs, std::numeric_limits<T>::quiet_NaN());
+        std::copy(given, given + have, y);
+    std::fill(y + have, y + pairs, std::numeric_limits<T>::quiet_NaN());
 
     const SlotClusters clusters(n, method);
     uint64_t* labels = clusters.labels.get();
     uint64_t* sizes = clusters.sizesOrNull();
     switch (method) {
-    case LinkageMethod::Single: return runCondensed<T, LinkageMethod::Single>(work.get(), n, labels, sizes, out);
-    case LinkageMethod::Complete: return runCondensed<T, LinkageMethod::Complete>(work.get(), n, labels, sizes, out);
-    case LinkageMethod::Average: return runCondensed<T, LinkageMethod::Average>(work.get(), n, labels, sizes, out);
-    case LinkageMethod::Weighted: return runCondensed<T, LinkageMethod::Weighted>(work.get(), n, labels, sizes, out);
-    case LinkageMethod::Centroid: return runCondensed<T, LinkageMethod::Centroid>(work.get(), n, labels, sizes, out);
-    case LinkageMethod::Median: return runCondensed<T, LinkageMethod::Median>(work.get(), n, labels, sizes, out);
-    case LinkageMethod::Ward: return runCondensed<T, LinkageMethod::Ward>(work.get(), n, labels, sizes, out);
+    case LinkageMethod::Single: return runCondensed<T, LinkageMethod::Single>(y, n, labels, sizes, out);
+    case LinkageMethod::Complete: return runCondensed<T, LinkageMethod::Complete>(y, n, labels, sizes, out);
+    case LinkageMethod::Average: return runCondensed<T, LinkageMethod::Average>(y, n, labels, sizes, out);
+    case LinkageMethod::Weighted: return runCondensed<T, LinkageMethod::Weighted>(y, n, labels, sizes, out);
+    case LinkageMethod::Centroid: return runCondensed<T, LinkageMethod::Centroid>(y, n, labels, sizes, out);
+    case LinkageMethod::Median: return runCondensed<T, LinkageMethod::Median>(y, n, labels, sizes, out);
+    case LinkageMethod::Ward: return runCondensed<T, LinkageMethod::Ward>(y, n, labels, sizes, out);
     }
 }
 

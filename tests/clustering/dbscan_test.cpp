@@ -5,11 +5,12 @@
 // inputs and of counts beyond the data.
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <span>
 
-#include "clustering/dbscan_gateways.hpp"
+#include "support/gateways.hpp"
 
 namespace {
 
@@ -17,6 +18,30 @@ using zvhost::Owned;
 using zvtest::raisedId;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// The transpose of an m-by-n double or single array.
+Owned transposed(const ndArray* a) {
+    const size_t m = ndGetM(a), n = ndGetN(a), bytes = ndGetClassID(a) == ndSINGLE_CLASS ? 4 : 8;
+    Owned t(ndCreateNumericMatrix(n, m, ndGetClassID(a), ndREAL));
+    for (size_t i = 0; i < m; ++i)
+        for (size_t j = 0; j < n; ++j)
+            std::memcpy(static_cast<char*>(ndGetData(t.get())) + (i * n + j) * bytes,
+                        static_cast<const char*>(ndGetData(a)) + (j * m + i) * bytes, bytes);
+    return t;
+}
+
+// The host's "pdist2" for the life of the object: distances from each row of
+// its first input to the single row of its second, by pdist2bif.
+struct HostPdist2 {
+    HostPdist2() {
+        zvhost::registerFunction("pdist2", [](int, ndArray** outputs, int, const ndArray** inputs) {
+            Owned x = transposed(inputs[0]), y = transposed(inputs[1]), none = zvhost::matrixOf<double>(0, 0);
+            const ndArray* in[7] = {x.get(), y.get(), inputs[2], none.get(), none.get(), none.get(), none.get()};
+            pdist2bif(1, outputs, 7, in);
+        });
+    }
+    ~HostPdist2() { zvhost::unregisterFunction("pdist2"); }
+};
 
 struct Result {
     std::vector<double> labels;
@@ -38,7 +63,7 @@ template <class T = double>
 Inputs dataInputs(const std::vector<T>& x, size_t p, size_t n, double epsilon, double minpts, bool hostRoute = false,
                   const char* metric = "euc") {
     Owned data = zvhost::matrixOf<T>(p, n, std::span<const T>(x));
-    if (hostRoute) data = zvtest::transposed(data.get());
+    if (hostRoute) data = transposed(data.get());
     return {std::move(data), zvhost::scalar(epsilon), zvhost::scalar(minpts), zvhost::text(metric),
             zvhost::scalar(2), zvhost::matrixOf<bool>(0, 0), zvhost::scalar(double(n)), zvhost::scalar(double(p)),
             zvhost::matrixOf<double>(0, 0), zvhost::logicalScalar(hostRoute)};
@@ -152,7 +177,7 @@ TEST(Dbscan, LabelsAndCoreFlagsByHand) {
         {{0, 1, 1.5, 2, -1.5}, 1.0, 3, {1, 1, 1, 1, -1}, {f, t, t, t, f}},  // 0 is noise, then a border point
         {{}, 1.0, 1, {}, {}},
     };
-    zvtest::HostPdist2 host;
+    HostPdist2 host;
     for (const auto& c : cases)
         for (bool hostRoute : {false, true}) {
             const size_t n = c.x.size();
@@ -168,7 +193,7 @@ TEST(Dbscan, LabelsAndCoreFlagsByHand) {
 
 TEST(Dbscan, ThreeNeighbourSourcesAndBothRoutesAgree) {
     zvtest::LeakCheck leaks;
-    zvtest::HostPdist2 host;
+    HostPdist2 host;
     const size_t n = 300;
     const auto x = blobs(n, 3);
     const auto d = nestedDistances(x, 2, n, "euc");
@@ -259,7 +284,7 @@ TEST(Dbscan, AdjacencyIsReadByRowsOfPointsAndShortOnesAsFalse) {
 // distances, and their one shared query is made once, by either route.
 TEST(Dbscan, CountBeyondTheDataQueriesTheMissingPointsOnce) {
     zvtest::LeakCheck leaks;
-    zvtest::HostPdist2 host;
+    HostPdist2 host;
     for (bool hostRoute : {false, true}) {
         Inputs in = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2, hostRoute);
         in.n = zvhost::scalar(2000);
@@ -320,7 +345,7 @@ TEST(Dbscan, NestedDistanceErrorsReachTheCaller) {
 
 TEST(Dbscan, HostRouteCallsTheHostsPdist2OncePerQuery) {
     zvtest::LeakCheck leaks;
-    zvtest::HostPdist2 host;
+    HostPdist2 host;
     zvhost::resetCallLog();
     run(dataInputs<double>({0, 1, 2, 10}, 1, 4, 1, 2, true));
     EXPECT_EQ(zvhost::callLog(), std::vector<std::string>(4, "pdist2"));

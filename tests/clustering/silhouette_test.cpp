@@ -7,8 +7,8 @@
 #include <random>
 #include <span>
 
-#include "clustering/dbscan_gateways.hpp"
 #include "clustering/silhouette_tiles.hpp"
+#include "support/gateways.hpp"
 
 namespace {
 

@@ -17,6 +17,25 @@ using zvtest::raisedId;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kTinyZ = 2.2250738585072014e-308;
 
+// Values as a host array with `rows` rows, of their own element type.
+template <class U>
+Owned array(const std::vector<U>& v, size_t rows = 1) {
+    return zvhost::matrixOf<U>(rows, rows ? v.size() / rows : 0, std::span<const U>(v));
+}
+
+template <class... A>
+std::vector<Owned> owned(A... a) {
+    std::vector<Owned> v;
+    (v.push_back(std::move(a)), ...);
+    return v;
+}
+
+std::vector<const ndArray*> pointers(const std::vector<Owned>& args) {
+    std::vector<const ndArray*> in;
+    for (const auto& a : args) in.push_back(a.get());
+    return in;
+}
+
 // An embedding (d-by-n) with its affinity list and root box.
 template <class T>
 struct Problem {
@@ -25,16 +44,8 @@ struct Problem {
     std::vector<double> nb, counts, starts;
 
     std::vector<Owned> gradientArgs(double theta) const {
-        std::vector<Owned> a;
-        a.push_back(zvhost::scalar(theta));
-        a.push_back(zvhost::matrixOf<T>(d, n, std::span<const T>(y)));
-        a.push_back(zvhost::matrixOf<T>(center.size(), 1, std::span<const T>(center)));
-        a.push_back(zvhost::matrixOf<T>(width.size(), 1, std::span<const T>(width)));
-        a.push_back(zvhost::matrixOf<double>(1, nb.size(), std::span<const double>(nb)));
-        a.push_back(zvhost::matrixOf<double>(1, counts.size(), std::span<const double>(counts)));
-        a.push_back(zvhost::matrixOf<T>(1, p.size(), std::span<const T>(p)));
-        a.push_back(zvhost::matrixOf<double>(1, starts.size(), std::span<const double>(starts)));
-        return a;
+        return owned(zvhost::scalar(theta), array(y, d), array(center), array(width), array(nb), array(counts),
+                     array(p), array(starts));
     }
 };
 
@@ -45,15 +56,8 @@ struct Gradient {
 };
 
 template <class T>
-std::vector<const ndArray*> pointers(const std::vector<Owned>& args) {
-    std::vector<const ndArray*> in;
-    for (const auto& a : args) in.push_back(a.get());
-    return in;
-}
-
-template <class T>
 Gradient<T> gradient(const std::vector<Owned>& args) {
-    auto out = zvhost::call(tsnebhbif, 3, pointers<T>(args));
+    auto out = zvhost::call(tsnebhbif, 3, pointers(args));
     return {zvhost::valuesOf<T>(out[0].get()), zvhost::valuesOf<T>(out[1].get()), zvhost::valuesOf<T>(out[2].get())[0]};
 }
 
@@ -143,7 +147,7 @@ TEST(TsneGradient, IdentifiersOutputsAndTheirClass) {
     zvtest::LeakCheck leaks;
     const auto pr = randomProblem<float>(3, 20, 2, 1);
     const auto owned = pr.gradientArgs(0.5);
-    const auto args = pointers<float>(owned);
+    const auto args = pointers(owned);
     Owned bad = zvhost::matrixOf<int32_t>(3, 20);
     auto badArgs = args;
     badArgs[1] = bad.get();
@@ -264,7 +268,7 @@ TEST(TsneGradient, AnArmedInterruptIsNotPolledAndFailuresLeakNothing) {
     for (long n = 1; n <= 4; ++n) {
         zvtest::LeakCheck leaks;
         zvhost::failAllocationAt(n, zvhost::kArrays);
-        EXPECT_THROW(zvhost::call(tsnebhbif, 3, pointers<double>(args)), std::exception) << n;
+        EXPECT_THROW(zvhost::call(tsnebhbif, 3, pointers(args)), std::exception) << n;
         zvhost::failAllocationAt(0);
     }
 }
@@ -272,11 +276,9 @@ TEST(TsneGradient, AnArmedInterruptIsNotPolledAndFailuresLeakNothing) {
 template <class T>
 T loss(size_t d, size_t n, const std::vector<T>& y, const std::vector<double>& nb, const std::vector<double>& counts,
        const std::vector<T>& p, double Z) {
-    Owned ya = zvhost::matrixOf<T>(d, n, std::span<const T>(y)), za = zvhost::scalar(Z);
-    Owned na = zvhost::matrixOf<double>(1, nb.size(), std::span<const double>(nb));
-    Owned ca = zvhost::matrixOf<double>(1, counts.size(), std::span<const double>(counts));
-    Owned pa = zvhost::matrixOf<T>(1, p.size(), std::span<const T>(p));
-    auto out = zvhost::call(tsnelossbif, 1, {ya.get(), na.get(), ca.get(), pa.get(), za.get()});
+    const auto args = owned(zvhost::matrixOf<T>(d, n, std::span<const T>(y)), array(nb), array(counts), array(p),
+                            zvhost::scalar(Z));
+    auto out = zvhost::call(tsnelossbif, 1, pointers(args));
     EXPECT_EQ(ndGetClassID(out[0].get()), zvhost::hostClassOf<T>());
     return zvhost::valuesOf<T>(out[0].get())[0];
 }
