@@ -28,7 +28,8 @@ constexpr size_t kMaxPdistArguments = 49;
 
 LinkageMethod methodOf(int numInputs, const ndArray** inputs) {
     if (numInputs < 2) ndErrMsgId(ids::UnknownLinkageMethod());
-    return zv::parseOption<ids::UnknownLinkageMethod>(kMethods, std::string_view(zv::ShortCode<3>(inputs[1]).text.data()));
+    const zv::ShortCode<3> code(inputs[1]);
+    return zv::parseOption<ids::UnknownLinkageMethod>(kMethods, std::string_view(code.text.data()));
 }
 
 // With a third input the first is data, not distances: the distances come

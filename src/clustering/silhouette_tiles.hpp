@@ -45,7 +45,8 @@ public:
         for (size_t j = 0; j < mask.rows; ++j) start_[j + 1] += start_[j];
         slot_.resize(start_[mask.rows]);
         std::vector<size_t> fill(start_.begin(), start_.end() - 1);
-        for (size_t s = 0; s < cluster_.size(); ++s) mask.forEachMember(cluster_[s], [&](size_t j) { slot_[fill[j]++] = s; });
+        for (size_t s = 0; s < cluster_.size(); ++s)
+            mask.forEachMember(cluster_[s], [&](size_t j) { slot_[fill[j]++] = s; });
     }
     size_t numSlots() const { return cluster_.size(); }
     size_t clusterOf(size_t slot) const { return cluster_[slot]; }

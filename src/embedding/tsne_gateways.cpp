@@ -99,5 +99,6 @@ ZV_DEFINE_GATEWAY(tsnebhbif) {
 ZV_DEFINE_GATEWAY(tsnelossbif) {
     zv::raiseIf<ids::TooFewInputsLoss>(numInputs < 5);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
-    zv::dispatchReal<ids::BadInputType>(inputs[0], [&](auto tag) { lossTyped<decltype(tag)>(numOutputs, outputs, inputs); });
+    zv::dispatchReal<ids::BadInputType>(inputs[0],
+                                        [&](auto tag) { lossTyped<decltype(tag)>(numOutputs, outputs, inputs); });
 }

@@ -126,7 +126,8 @@ template <class T>
 std::vector<double> nestedDistances(const std::vector<T>& x, size_t p, size_t n, const char* metric) {
     Owned xa = zvhost::matrixOf<T>(p, n, std::span<const T>(x));
     Owned code = zvhost::text(metric), none = zvhost::matrixOf<double>(0, 0);
-    auto d = zvhost::call(pdist2bif, 1, {xa.get(), xa.get(), code.get(), none.get(), none.get(), none.get(), none.get()});
+    const ndArray* none4 = none.get();
+    auto d = zvhost::call(pdist2bif, 1, {xa.get(), xa.get(), code.get(), none4, none4, none4, none4});
     const auto v = zvhost::valuesOf<T>(d[0].get());
     return std::vector<double>(v.begin(), v.end());
 }

@@ -121,7 +121,10 @@ TEST(Linkage, AgreesWithThePlainReferenceOnTiesAndNaNs) {
             }
         }
     for (double v : {1.0, kNaN})
-        for (const auto& m : kMethods) expectBitEqual(linkage(std::vector<double>(6, v), m), reference(std::vector<double>(6, v), 4, m));
+        for (const auto& m : kMethods) {
+            const std::vector<double> same(6, v);
+            expectBitEqual(linkage(same, m), reference(same, 4, m));
+        }
     // Long column walks and many ties, on one thread and on two.
     for (size_t n : {400u, 1500u}) {
         std::uniform_int_distribution<int> wide(1, 200);
@@ -269,9 +272,9 @@ TEST(Linkage, DataThroughTheHostsPdist) {
             out[0] = result ? ndDuplicateArray(result.get()) : nullptr;
         });
         Owned m = zvhost::text(method);
-        const auto z = zvhost::valuesOf<double>(zvhost::call(linkagebif, 1, {small.get(), m.get(), two.get(), no.get()})[0].get());
+        auto out = zvhost::call(linkagebif, 1, {small.get(), m.get(), two.get(), no.get()});
         zvhost::unregisterFunction("pdist");
-        return z;
+        return zvhost::valuesOf<double>(out[0].get());
     };
     expectBitEqual(withPdist("single", zvhost::matrixOf<double>(1, 3, {2, 1, 3})), {1, 2, 3, 4, 1, 2});
     expectBitEqual(withPdist("single", zvhost::matrixOf<int32_t>(1, 3, {2, 1, 3})), {1, 2, 3, 4, 1, 2});
@@ -319,7 +322,8 @@ TEST(Linkage, SizeLimits) {
     ndSetN(wide.get(), size_t(1) << 23);  // 2^45 elements, 2^48 bytes: at the limit
     Owned si = zvhost::text("single"), wa = zvhost::text("ward"), cell(ndCreateCellMatrix(1, 0));
     Owned yes = zvhost::logicalScalar(true);
-    EXPECT_EQ(raisedId([&] { zvhost::call(linkagebif, 1, {huge.get(), si.get()}); }), "stats:linkagebif:datSizeTooLarge");
+    EXPECT_EQ(raisedId([&] { zvhost::call(linkagebif, 1, {huge.get(), si.get()}); }),
+              "stats:linkagebif:datSizeTooLarge");
     EXPECT_EQ(raisedId([&] { zvhost::call(linkagebif, 1, {wide.get(), wa.get(), cell.get(), yes.get()}); }),
               "stats:linkagebif:dataSizeTooLarge");
     ndSetM(huge.get(), 1), ndSetN(huge.get(), 1);

@@ -144,7 +144,8 @@ std::vector<Owned> allPoints(const DataSet& s, const char* metric = "euc", const
     if (own.empty()) own.assign(s.cluster.begin(), s.cluster.end());
     Owned o = zvhost::matrixOf<double>(s.n, 1, std::span<const double>(own));
     Owned code = zvhost::text(metric);
-    return zvhost::call(silhouette, 2, {xa.get(), mask ? mask : partition.get(), c.get(), K.get(), o.get(), code.get()});
+    if (!mask) mask = partition.get();
+    return zvhost::call(silhouette, 2, {xa.get(), mask, c.get(), K.get(), o.get(), code.get()});
 }
 
 // Each point's means in the data form are those of the one-point form on its
@@ -160,7 +161,8 @@ void expectRowsAreOnePointForms(const DataSet& s, const char* metric, const ndAr
     const std::vector<T> x(s.x.begin(), s.x.end()), counts(s.counts.begin(), s.counts.end());
     Owned xa = zvhost::matrixOf<T>(s.p, s.n, std::span<const T>(x));
     Owned code = zvhost::text(metric), none = zvhost::matrixOf<double>(0, 0);
-    auto d = zvhost::call(pdist2bif, 1, {xa.get(), xa.get(), code.get(), none.get(), none.get(), none.get(), none.get()});
+    const ndArray* none4 = none.get();
+    auto d = zvhost::call(pdist2bif, 1, {xa.get(), xa.get(), code.get(), none4, none4, none4, none4});
     const auto all = zvhost::valuesOf<T>(d[0].get());
     for (size_t r = 0; r < s.n; ++r) {
         const std::vector<T> column(all.begin() + r * s.n, all.begin() + (r + 1) * s.n);

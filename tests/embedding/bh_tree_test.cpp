@@ -88,7 +88,8 @@ TEST(BHTree, WhichPointsABoxTakes) {
     EXPECT_EQ(nan.tree.node(0).cumSize, 1);
     // A root box that is not finite takes no point.
     for (double bad : {kNaN, kInf}) {
-        EXPECT_EQ((Built<double>({0.5, 0.5, -0.5, -0.5}, 2, {0, 0}, {1, bad}).accepted), (std::vector<bool>{false, false}));
+        Built<double> w({0.5, 0.5, -0.5, -0.5}, 2, {0, 0}, {1, bad});
+        EXPECT_EQ(w.accepted, (std::vector<bool>{false, false}));
         Built<double> c({0.5, 0.5, -0.5, -0.5}, 2, {bad, 0}, {1, 1});
         EXPECT_EQ(c.accepted, (std::vector<bool>{false, false}));
         EXPECT_EQ(c.tree.node(0).cumSize, 0);

@@ -105,7 +105,7 @@ void expectExactAtThetaZero(size_t d, double relTol) {
         for (size_t j = 0; j < pr.n; ++j) {
             if (i == j) continue;
             long double D = 0;
-            for (size_t k = 0; k < d; ++k) D += ((long double)yi[k] - pr.y[j * d + k]) * ((long double)yi[k] - pr.y[j * d + k]);
+            for (size_t k = 0; k < d; ++k) D += std::pow((long double)yi[k] - pr.y[j * d + k], 2);
             const long double q = 1.0L / (1.0L + D);
             Z += q;
             for (size_t k = 0; k < d; ++k) g[i * d + k] += q * q * ((long double)yi[k] - pr.y[j * d + k]);
@@ -121,7 +121,7 @@ void expectExactAtThetaZero(size_t d, double relTol) {
     EXPECT_NEAR(got.Z, Z, relTol * Z);
     long double scale = 0;
     for (auto v : g) scale = std::max(scale, std::fabs(v / Z));
-    for (size_t e = 0; e < g.size(); ++e) ASSERT_NEAR(got.repulsive[e], g[e] / Z, relTol * scale) << "d=" << d << " at " << e;
+    for (size_t e = 0; e < g.size(); ++e) ASSERT_NEAR(got.repulsive[e], g[e] / Z, relTol * scale) << d << " " << e;
     EXPECT_EQ(got.attractive, a);
 }
 
@@ -151,7 +151,9 @@ TEST(TsneGradient, IdentifiersOutputsAndTheirClass) {
     Owned bad = zvhost::matrixOf<int32_t>(3, 20);
     auto badArgs = args;
     badArgs[1] = bad.get();
-    auto call = [&](int nout, std::vector<const ndArray*> a) { return raisedId([&] { zvhost::call(tsnebhbif, nout, a); }); };
+    auto call = [&](int nout, std::vector<const ndArray*> a) {
+        return raisedId([&] { zvhost::call(tsnebhbif, nout, a); });
+    };
     EXPECT_EQ(call(4, {args.begin(), args.begin() + 6}), "stats:tsnebif:TooFewInputsGrad");
     EXPECT_EQ(call(4, args), "stats:tsnebif:TooManyOutputs");
     EXPECT_EQ(call(3, badArgs), "stats:tsnebif:BadInputType");
@@ -178,7 +180,8 @@ TEST(TsneGradient, AttractiveSumsByHand) {
         std::vector<double> nb, counts, p, starts, force;
     } cases[] = {
         // starts truncate to 0; count 1.5 takes entries 0 (d^2 = 1) and 1 (d^2 = 4).
-        {"fractional count", {2, 3}, {1.5, 0, 0}, {0.5, 0.25}, {0.7, 0, 0}, {-1.0 * (0.5 / 2.0), -2.0 * (0.25 / 5.0), 0, 0, 0, 0}},
+        {"fractional count", {2, 3}, {1.5, 0, 0}, {0.5, 0.25}, {0.7, 0, 0},
+         {-1.0 * (0.5 / 2.0), -2.0 * (0.25 / 5.0), 0, 0, 0, 0}},
         // Point 0 from start 1 runs past the two entries; point 1's start is
         // NaN; point 2 has no count at all.
         {"past what was passed", {2, 3}, {3, 1}, {0.5, 0.25}, {1, kNaN, 0}, {0.0, -2.0 * (0.25 / 5.0), 0, 0, 0, 0}},
@@ -195,10 +198,12 @@ TEST(TsneGradient, AttractiveSumsByHand) {
 TEST(TsneGradient, EdgeCasesOfTheRepulsion) {
     // No points: the smallest positive normal Z.
     EXPECT_EQ(gradient(Problem<double>{2, 0, {}, {}, {0, 0}, {1, 1}, {}, {}, {}}, 0.5).Z, kTinyZ);
-    EXPECT_EQ(gradient(Problem<float>{2, 0, {}, {}, {0, 0}, {1, 1}, {}, {}, {}}, 0.5).Z, std::numeric_limits<float>::min());
+    EXPECT_EQ(gradient(Problem<float>{2, 0, {}, {}, {0, 0}, {1, 1}, {}, {}, {}}, 0.5).Z,
+              std::numeric_limits<float>::min());
     // Point 2 lies outside the box: it pushes nobody, but both push it, so
     // Z = 2 q01 + q20 + q21.
-    const auto g = gradient(Problem<double>{2, 3, {0.5, 0.5, -0.5, -0.5, 3, 0}, {}, {0, 0}, {1, 1}, {}, {0, 0, 0}, {0, 0, 0}}, 0.0);
+    const Problem<double> outside{2, 3, {0.5, 0.5, -0.5, -0.5, 3, 0}, {}, {0, 0}, {1, 1}, {}, {0, 0, 0}, {0, 0, 0}};
+    const auto g = gradient(outside, 0.0);
     const double q01 = 1 / 3.0, q20 = 1 / (1 + 6.25 + 0.25), q21 = 1 / (1 + 12.25 + 0.25);
     EXPECT_DOUBLE_EQ(g.Z, 2 * q01 + q20 + q21);
     EXPECT_DOUBLE_EQ(g.repulsive[4] * g.Z, q20 * q20 * 2.5 + q21 * q21 * 3.5);
@@ -212,8 +217,10 @@ TEST(TsneGradient, EdgeCasesOfTheRepulsion) {
     EXPECT_EQ(b.Z, kTinyZ);
     // A box that is not finite, or has fewer values than dimensions, takes
     // no point: no repulsion at all.
-    for (const auto& [center, width] : {std::pair<std::vector<double>, std::vector<double>>{{0, kNaN}, {1, 1}}, {{0}, {1}}}) {
-        const auto r = gradient(Problem<double>{2, 2, {0.5, 0.5, -0.5, -0.5}, {}, center, width, {}, {0, 0}, {0, 0}}, 0.0);
+    using Box = std::pair<std::vector<double>, std::vector<double>>;
+    for (const auto& [center, width] : {Box{{0, kNaN}, {1, 1}}, Box{{0}, {1}}}) {
+        const Problem<double> boxed{2, 2, {0.5, 0.5, -0.5, -0.5}, {}, center, width, {}, {0, 0}, {0, 0}};
+        const auto r = gradient(boxed, 0.0);
         EXPECT_EQ(r.repulsive, std::vector<double>(4, 0.0));
         EXPECT_EQ(r.Z, kTinyZ);
     }
@@ -239,7 +246,10 @@ TEST(TsneGradient, InputsAreReadByValue) {
     for (size_t j = 0; j < 40; ++j) {
         ndGetColumnStarts(sparse.get())[j] = e;
         for (size_t k = 0; k < 2; ++k)
-            if (pr.y[j * 2 + k] != 0) ndGetRowIndices(sparse.get())[e] = k, static_cast<double*>(ndGetData(sparse.get()))[e++] = pr.y[j * 2 + k];
+            if (pr.y[j * 2 + k] != 0) {
+                ndGetRowIndices(sparse.get())[e] = k;
+                static_cast<double*>(ndGetData(sparse.get()))[e++] = pr.y[j * 2 + k];
+            }
     }
     ndGetColumnStarts(sparse.get())[40] = e;
     same(1, std::move(sparse));
@@ -326,7 +336,9 @@ TEST(TsneLoss, IdentifiersInTheirOrder) {
     Owned y = zvhost::matrixOf<double>(1, 3, {0, 1, 3}), i = zvhost::matrixOf<int32_t>(1, 3);
     Owned nb = zvhost::matrixOf<double>(1, 1, {2}), c = zvhost::matrixOf<double>(1, 3, {1, 0, 0});
     Owned p = zvhost::matrixOf<double>(1, 1, {0.5}), z = zvhost::scalar(1);
-    auto call = [&](int nout, std::vector<const ndArray*> a) { return raisedId([&] { zvhost::call(tsnelossbif, nout, a); }); };
+    auto call = [&](int nout, std::vector<const ndArray*> a) {
+        return raisedId([&] { zvhost::call(tsnelossbif, nout, a); });
+    };
     EXPECT_EQ(call(2, {y.get(), nb.get(), c.get(), p.get()}), "stats:tsnebif:TooFewInputsLoss");
     EXPECT_EQ(call(2, {y.get(), nb.get(), c.get(), p.get(), z.get()}), "stats:tsnebif:TooManyOutputs");
     EXPECT_EQ(call(1, {i.get(), nb.get(), c.get(), p.get(), z.get()}), "stats:tsnebif:BadInputType");

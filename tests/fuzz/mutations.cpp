@@ -308,7 +308,8 @@ Mutation mutateOnce(Call& call, Rng& rng) {
         MutationKind::Swap,   MutationKind::Outputs, MutationKind::DropInputs, MutationKind::ExtraInputs,
         MutationKind::Interrupt, MutationKind::AllocationFailure};
     m.kind = kWeighted[pick(rng, std::size(kWeighted))];
-    if ((m.kind < MutationKind::Swap && nIn == 0) || (m.kind == MutationKind::Swap && nIn < 2)) m.kind = MutationKind::Outputs;
+    if ((m.kind < MutationKind::Swap && nIn == 0) || (m.kind == MutationKind::Swap && nIn < 2))
+        m.kind = MutationKind::Outputs;
     // Decided after the fallback: a call left without inputs has none to pick.
     const bool needsInput = m.kind < MutationKind::Swap;
 

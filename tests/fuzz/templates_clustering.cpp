@@ -42,11 +42,10 @@ template <class T>
 std::vector<Owned> dbscanCall(double mode, const char* metric, bool hostRoute) {
     Owned data = mode >= 2 ? points<T>(hostRoute) : dense<bool>(0, 0);
     Owned adjacency = dense<bool>(0, 0);
-    if (mode == 0) adjacency = logicals({false, true, true, false, false, false, true, false, true, false, false, false,
-                                         true, true, false, false, false, false, false, false, false, false, true, true,
-                                         false, false, false, true, false, true, false, false, false, true, true, false});
-    if (mode == 1) adjacency = logicals({true, true, false, false, false, true, false, false, false, false, false,
-                                         false, true, true, true}, false);
+    const bool f = false, t = true;
+    if (mode == 0) adjacency = logicals({f, t, t, f, f, f, t, f, t, f, f, f, t, t, f, f, f, f,
+                                         f, f, f, f, t, t, f, f, f, t, f, t, f, f, f, t, t, f});
+    if (mode == 1) adjacency = logicals({t, t, f, f, f, t, f, f, f, f, f, f, t, t, t}, false);
     return args(std::move(data), scalar(0.9), scalar(2), text(metric), scalar(mode), std::move(adjacency), scalar(6),
                 scalar(3), empty(), logical(hostRoute));
 }
