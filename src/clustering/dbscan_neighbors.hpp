@@ -13,9 +13,9 @@
 #include <mutex>
 
 #include "clustering/dbscan.hpp"
+#include "clustering/nested_columns.hpp"
 #include "distance/condensed.hpp"
 #include "distance/ordered_panels.hpp"
-#include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 #include "host/callback.hpp"
 
@@ -191,29 +191,6 @@ private:
     const std::shared_ptr<InterruptStateData>& interrupt_;
 };
 
-// The nested route's distances: the nested cross distance from every column
-// of x (p values each) to column i, which polls for interruption itself.
-class NestedColumns {
-public:
-    NestedColumns(const ndArray* x, size_t p, const ndArray* metric, const ndArray* parameter,
-                  const std::shared_ptr<InterruptStateData>& interrupt)
-        : column_(x, p, metric, parameter, interrupt), p_(p), stored_(storedBytes(x)),
-          elementBytes_(stored_ / std::max<size_t>(1, ndGetNumberOfElements(x))) {}
-
-    matrix::unique_nd_ptr operator()(size_t i) const { return column_(i); }
-
-    // The first column that starts past the stored bytes: it and all later
-    // ones are made of NaN alone (all of them, when a column has no values).
-    size_t firstWithoutData() const {
-        const size_t columnBytes = elementBytes_ && p_ > SIZE_MAX / elementBytes_ ? SIZE_MAX : p_ * elementBytes_;
-        return columnBytes == 0 ? 0 : stored_ / columnBytes + (stored_ % columnBytes != 0);
-    }
-
-private:
-    distance::Pdist2Column column_;
-    size_t p_, stored_, elementBytes_;
-};
-
 // The host's "pdist2" on the data (n-by-p, a point is a row) and row i:
 // serial, on the host thread. Values the data lacks are NaN in the row.
 class HostPdist2Rows {
@@ -223,10 +200,10 @@ public:
           elementBytes_(stored_ / std::max<size_t>(1, ndGetNumberOfElements(x))) {}
 
     matrix::unique_nd_ptr operator()(size_t i) const {
-        matrix::unique_nd_ptr row = distance::missingValues(ndGetClassID(x_), 1, p_);
+        matrix::unique_nd_ptr row = missingValues(ndGetClassID(x_), 1, p_);
         const char* from = static_cast<const char*>(ndGetData(x_));
         char* to = static_cast<char*>(ndGetData(row.get()));
-        for (size_t k = 0; k < p_; ++k) {
+        for (size_t k = 0; k < p_ && i < firstWithoutData(); ++k) {
             const size_t at = (i + k * n_) * elementBytes_;
             if (at + elementBytes_ > stored_) break;
             std::memcpy(to + k * elementBytes_, from + at, elementBytes_);

@@ -12,7 +12,7 @@
 #include <limits>
 #include <vector>
 
-#include "distance/pdist2_column.hpp"
+#include "clustering/nested_columns.hpp"
 
 namespace zv::clustering {
 
@@ -120,7 +120,7 @@ void silhouettepdist2fun(size_t n, const Distances& distances, const ClusterMemb
 // distance (the full mode gives n values of the class of the data), which
 // polls for interruption itself.
 template <class T>
-void silhouetteByNestedCalls(const distance::Pdist2Column& column, size_t n, const ClusterMask& mask,
+void silhouetteByNestedCalls(const NestedColumns& column, size_t n, const ClusterMask& mask,
                              const T* counts, size_t K, const double* own, T* within, T* between) {
     const ClusterMembers members(mask, K);
     auto distances = [&](size_t r, auto&& use) {

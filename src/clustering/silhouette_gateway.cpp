@@ -6,7 +6,6 @@
 #include "clustering/silhouette.hpp"
 #include "clustering/silhouette_tiles.hpp"
 #include "distance/panel_columns.hpp"
-#include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 #include "frame/host_values.hpp"
 
@@ -60,7 +59,7 @@ void silhouetteAllPoints(ndArray** outputs, const ndArray** inputs) {
         zv::clustering::silhouetteByPanels(zv::dataOf<const T>(data), n, p, *panelMetric, maskOf(inputs[1], n),
                                            counts.data(), K, own.data(), interrupt, within, between);
     else
-        zv::clustering::silhouetteByNestedCalls(zv::distance::Pdist2Column(data, p, metric, nullptr, interrupt), n,
+        zv::clustering::silhouetteByNestedCalls(zv::clustering::NestedColumns(data, p, metric, nullptr, interrupt), n,
                                                 maskOf(inputs[1], n), counts.data(), K, own.data(), within, between);
 }
 

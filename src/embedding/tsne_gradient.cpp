@@ -72,10 +72,10 @@ void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A, const Poi
                 T fixed[DIMS > 0 ? DIMS : 1] = {};
                 T* a = DIMS > 0 ? fixed : A + i * d;
                 // Entries before the first or past the last that were passed
-                // are skipped; the count compares as a double.
-                for (int64_t c = std::max<int64_t>(0, -start); double(c) < count; ++c) {
-                    const int64_t e = start + c;
-                    if (e >= numEntries) break;
+                // are skipped; an entry's offset from the start compares with
+                // the count in double, so no integer can overflow.
+                for (int64_t e = std::max<int64_t>(start, 0); e < numEntries; ++e) {
+                    if (!(double(e) - double(start) < count)) break;
                     const int64_t j = P.neighbour(e, N);
                     if (j < 0) continue;
                     const T* yj = y.Y + size_t(j) * d;

@@ -297,6 +297,14 @@ TEST(Dbscan, CountBeyondTheDataQueriesTheMissingPointsOnce) {
         if (hostRoute) EXPECT_EQ(zvhost::callLog().size(), 4u);  // rows 0, 1, 2 and the missing one
         else EXPECT_LT(zvhost::pollCount(), 100);
     }
+    // Data that holds nothing at all (p = 0, or an empty array by the host
+    // route): every point is a missing one.
+    Inputs none = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2);
+    none.p = zvhost::scalar(0);
+    EXPECT_EQ(raisedId([&] { run(none); }), "stats:pdist2bif:XYDimsMismatch");
+    Inputs empty = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2, true);
+    empty.data = zvhost::matrixOf<double>(3, 0);
+    EXPECT_EQ(raisedId([&] { run(empty); }), "stats:pdist2bif:XYDimsMismatch");
     // An unknown metric gives zeros: a missing point has the data's points as
     // neighbours, though none has it, and starts a cluster of its own.
     Inputs unknown = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2, false, "xyz");

@@ -214,9 +214,10 @@ TEST(Silhouette, EmptyDataAndUnknownMetric) {
 }
 
 // A cluster count that no memory holds is the host's allocation failure,
-// never a foreign exception, in both forms.
+// never a foreign exception, in both forms (on a host of 1 GiB per request).
 TEST(Silhouette, AnImpossibleClusterCountIsAnAllocationFailure) {
     zvtest::LeakCheck leaks;
+    zvhost::limitRequestBytes(size_t(1) << 30);
     Owned d = zvhost::matrixOf<double>(2, 1, {0, 1}), mask = maskOf(2, 1, {1, 1});
     Owned counts = zvhost::matrixOf<double>(1, 1, {2}), own = zvhost::scalar(1), euc = zvhost::text("euc");
     for (double K : {kInf, 1e300, 0x1p63, 1e12}) {
@@ -226,6 +227,7 @@ TEST(Silhouette, AnImpossibleClusterCountIsAnAllocationFailure) {
         EXPECT_THROW(zvhost::call(silhouette, 2, {d.get(), mask.get(), counts.get(), k.get(), own.get(), euc.get()}),
                      std::bad_alloc) << K;
     }
+    zvhost::limitRequestBytes(0);
 }
 
 // The tile sums take room and time for the clusters with members only: with
