@@ -188,7 +188,8 @@ TEST(TsneGradient, AttractiveSumsByHand) {
         {"neighbours 0 and 4 name no point", {0, 4}, {2, 0, 0}, {0.5, 0.25}, {0, 0, 0}, std::vector<double>(6, 0.0)},
         // Starts before the entries: only offsets below the count take any,
         // entry 0 for point 1, none for point 0.
-        {"starts before the entries", {3, 3}, {2, 2, 0}, {0.5, 0.25}, {-INFINITY, -1, 0}, {0, 0, 1.0 * v, -2.0 * v, 0, 0}},
+        {"starts before the entries", {3, 3}, {2, 2, 0}, {0.5, 0.25}, {-INFINITY, -1, 0},
+         {0, 0, 1.0 * v, -2.0 * v, 0, 0}},
         {"zero and negative counts", {2, 3}, {0, -2, 1}, {0.5, 0.25}, {0, 0, 0}, {0, 0, 0, 0, -1.0 * v, 2.0 * v}},
     };
     for (const auto& c : cases) {
