@@ -107,6 +107,15 @@ TEST(Silhouette, OnePointMeansByHandAndTheirEdgeCases) {
     const Means f = onePoint<float>({0, 1, 2, 4}, twoByTwo.get(), {2, 2}, 2, 1);
     EXPECT_EQ(f.within, (std::vector<double>{1.0}));
     EXPECT_EQ(f.between, (std::vector<double>{kInf, 3.0}));
+    // Sparse distances are read by value: the zero of the point itself is
+    // not stored.
+    Owned sparse(zvhost::createSparse(4, 1, 3)), counts = zvhost::matrixOf<double>(1, 2, {2, 2});
+    Owned two = zvhost::scalar(2), one = zvhost::scalar(1);
+    for (size_t e = 0; e < 3; ++e) ndGetRowIndices(sparse.get())[e] = e + 1;
+    std::copy_n(std::vector<double>{1, 2, 4}.begin(), 3, static_cast<double*>(ndGetData(sparse.get())));
+    ndGetColumnStarts(sparse.get())[1] = 3;
+    auto fromSparse = zvhost::call(silhouette, 2, {sparse.get(), twoByTwo.get(), counts.get(), two.get(), one.get()});
+    EXPECT_EQ(zvhost::valuesOf<double>(fromSparse[1].get()), (std::vector<double>{kInf, 3.0}));
     // M comes from the rows of the distances; an M-by-0 array holds none.
     Owned noColumns = zvhost::matrixOf<double>(3, 0);
     Owned c = zvhost::matrixOf<double>(1, 1, {2}), k = zvhost::scalar(1), own = zvhost::scalar(1);
