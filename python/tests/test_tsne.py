@@ -1,6 +1,6 @@
 # tsnebhbif and tsnelossbif against scikit-learn's Barnes-Hut gradient and
-# its error, and the loss against its loop in several dimensions. The exact
-# gradient, identifiers and empty inputs are pinned by the C++ suite.
+# its error. The exact gradient, the loss by hand, identifiers and empty
+# inputs are pinned by the C++ suite.
 #
 # scikit-learn's _barnes_hut_tsne.gradient(val_P, Y, neighbors, indptr, forces,
 # angle, ...) writes forces = attractive - repulsive / sum_Q (the caller then
@@ -102,40 +102,3 @@ def test_theta_half_matches_sklearn_angle_one(d):
     approx_error = np.abs(a - forces - er).max()
     assert approx_error > 1e-2 * scale
     np.testing.assert_allclose(a - r, forces, rtol=0, atol=3e-3 * scale)
-
-
-def loss_reference(y, nb_flat, counts, p_flat, z):
-    # The loop as the loss is defined: ceil(c) entries per point, the
-    # position moves by the truncated sum.
-    total, e = 0.0, 0
-    for i, c in enumerate(counts):
-        m = 1
-        while c > 0 and m - 1 < c:
-            entry = e + m - 1
-            j = int(nb_flat[entry] - 1)
-            q = 1.0
-            for t in range(y.shape[1]):
-                q += (y[i, t] - y[j, t]) ** 2
-            pv = p_flat[entry]
-            total += pv * np.log(q * pv * z)
-            m += 1
-        e = int(e + c)
-    return total
-
-
-def test_loss_with_fractional_counts_follows_the_loop():
-    y, nb, p = problem(30, 2, 4, 5)
-    nbf, pf = (nb.ravel() + 1).astype(float), p.ravel()
-    counts = np.full(30, 4.0)
-    counts[3], counts[4], counts[10] = 2.5, 0.5, 3.9
-    got = loss(y, nbf, counts, pf, 7.0)
-    assert got == pytest.approx(loss_reference(y, nbf, counts, pf, 7.0), rel=1e-13)
-
-
-def test_single_precision_loss_follows_the_loop():
-    y, nb, p = problem(50, 2, 3, 6, np.float32)
-    counts = np.full(50, 3.0)
-    l32 = loss(y, (nb.ravel() + 1).astype(float), counts, p.ravel(), 2.0)
-    assert isinstance(l32, np.float32)
-    assert l32 == pytest.approx(loss_reference(y.astype(float), (nb.ravel() + 1).astype(float), counts,
-                                               p.ravel().astype(float), 2.0), rel=1e-4)

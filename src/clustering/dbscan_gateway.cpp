@@ -55,17 +55,16 @@ void dbscanTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
         run(zv::clustering::CondensedAdjacencyNeighbors{adjacency, zv::storedBytes(adjacencyArg), n});
     } else if (hostRoute) {
         using Source = zv::clustering::HostPdist2Rows;
-        run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, n, p, metric), epsilon, n});
+        run(zv::clustering::DistanceNeighbors<T, Source>(Source(data, n, p, metric), epsilon, n));
     } else if (const auto panelMetric = panelRouteMetric<T>(data, n, p, metric, parameter)) {
         run(zv::clustering::PanelDistanceNeighbors<T>(zv::dataOf<const T>(data), n, p, *panelMetric, epsilon,
                                                       interrupt));
     } else {
-        using Source = zv::distance::Pdist2Column;
-        run(zv::clustering::DistanceNeighbors<T, Source>{Source(data, p, metric, parameter, interrupt), epsilon, n});
+        using Source = zv::clustering::NestedColumns;
+        run(zv::clustering::DistanceNeighbors<T, Source>(Source(data, p, metric, parameter, interrupt), epsilon, n));
     }
 
-    outputs[0] = matrix::to_host(std::move(labels));
-    if (numOutputs >= 2) outputs[1] = matrix::to_host(std::move(core));
+    zv::handOver(outputs, numOutputs, std::move(labels), std::move(core));
 }
 
 }  // namespace

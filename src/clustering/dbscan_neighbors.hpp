@@ -10,11 +10,12 @@
 #include <cstddef>
 #include <limits>
 #include <memory>
+#include <mutex>
 
 #include "clustering/dbscan.hpp"
+#include "clustering/nested_columns.hpp"
 #include "distance/condensed.hpp"
 #include "distance/ordered_panels.hpp"
-#include "distance/pdist2_column.hpp"
 #include "frame/gateway.hpp"
 #include "host/callback.hpp"
 
@@ -41,34 +42,47 @@ struct CondensedAdjacencyNeighbors {
     size_t stored;
     size_t n;
 
+    // The positions of the pairs of i grow with j, so each run stops at the
+    // first pair past the stored bytes: a short vector costs nothing per point.
     void operator()(size_t i, NeighborList& out) const {
         for (size_t j = 0; j < i; ++j) {
             const size_t k = distance::condensedIndex(j, i, n);
-            if (k < stored && adjacency[k]) out.push_back(j);
+            if (k >= stored) break;
+            if (adjacency[k]) out.push_back(j);
         }
         const size_t start = distance::condensedRowStart(i, n);
-        for (size_t j = i + 1; j < n; ++j) {
-            const size_t k = start + (j - i - 1);
-            if (k < stored && adjacency[k]) out.push_back(j);
-        }
+        const size_t end = start < stored ? std::min(n, i + 1 + (stored - start)) : i + 1;
+        for (size_t j = i + 1; j < end; ++j)
+            if (adjacency[start + (j - i - 1)]) out.push_back(j);
         out.push_back(i);
     }
 };
 
 // Every j != i with a distance at most epsilon; a NaN never passes. The
 // distances come from Source(i) as an array of double or single values; a
-// missing or short result leaves the points it lacks out.
+// missing or short result leaves the points it lacks out. The points from
+// source.firstWithoutData() on hold no value of the data: their queries are
+// one and the same, made once, so that a count of points far beyond the data
+// costs no call per point.
 template <class T, class Source>
-struct DistanceNeighbors {
-    Source source;
-    T epsilon;
-    size_t n;
+class DistanceNeighbors {
+public:
+    DistanceNeighbors(Source source, T epsilon, size_t n)
+        : source_(std::move(source)), epsilon_(epsilon), n_(n), firstWithoutData_(source_.firstWithoutData()) {}
 
     void operator()(size_t i, NeighborList& out) const {
-        matrix::unique_nd_ptr distances = source(i);
+        matrix::unique_nd_ptr own;
+        const ndArray* distances = nullptr;
+        if (i >= firstWithoutData_) {
+            std::call_once(withoutDataOnce_, [&] { withoutData_ = source_(firstWithoutData_); });
+            distances = withoutData_.get();
+        } else {
+            own = source_(i);
+            distances = own.get();
+        }
         if (distances) {
-            const size_t count = std::min(n, ndGetNumberOfElements(distances.get()));
-            visitRealData(distances.get(), [&](const auto* d) { within(d, count, i, out); });
+            const size_t count = std::min(n_, ndGetNumberOfElements(distances));
+            visitRealData(distances, [&](const auto* d) { within(d, count, i, out); });
         }
         out.push_back(i);
     }
@@ -83,14 +97,21 @@ private:
         for (; j0 + kBlock <= count; j0 += kBlock) {
             bool any = false;
 #pragma GCC unroll 16
-            for (size_t k = 0; k < kBlock; ++k) any |= T(d[j0 + k]) <= epsilon;
+            for (size_t k = 0; k < kBlock; ++k) any |= T(d[j0 + k]) <= epsilon_;
             if (!any) continue;
             for (size_t j = j0; j < j0 + kBlock; ++j)
-                if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+                if (T(d[j]) <= epsilon_ && j != i) out.push_back(j);
         }
         for (size_t j = j0; j < count; ++j)
-            if (T(d[j]) <= epsilon && j != i) out.push_back(j);
+            if (T(d[j]) <= epsilon_ && j != i) out.push_back(j);
     }
+
+    Source source_;
+    T epsilon_;
+    size_t n_;
+    size_t firstWithoutData_;
+    mutable std::once_flag withoutDataOnce_;
+    mutable matrix::unique_nd_ptr withoutData_;
 };
 
 // The distance query of the nested route over panels of the data built once,
@@ -179,10 +200,10 @@ public:
           elementBytes_(stored_ / std::max<size_t>(1, ndGetNumberOfElements(x))) {}
 
     matrix::unique_nd_ptr operator()(size_t i) const {
-        matrix::unique_nd_ptr row = distance::missingValues(ndGetClassID(x_), 1, p_);
+        matrix::unique_nd_ptr row = missingValues(ndGetClassID(x_), 1, p_);
         const char* from = static_cast<const char*>(ndGetData(x_));
         char* to = static_cast<char*>(ndGetData(row.get()));
-        for (size_t k = 0; k < p_; ++k) {
+        for (size_t k = 0; k < p_ && i < firstWithoutData(); ++k) {
             const size_t at = (i + k * n_) * elementBytes_;
             if (at + elementBytes_ > stored_) break;
             std::memcpy(to + k * elementBytes_, from + at, elementBytes_);
@@ -194,6 +215,10 @@ public:
         if (distances) ndSetArrayScope(distances.get(), 0);
         return distances;
     }
+
+    // The first row whose first value lies past the stored bytes: it and all
+    // later ones are made of NaN alone (all of them, when a row has no values).
+    size_t firstWithoutData() const { return p_ == 0 || elementBytes_ == 0 ? 0 : stored_ / elementBytes_; }
 
 private:
     const ndArray* x_;

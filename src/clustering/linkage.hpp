@@ -9,9 +9,6 @@ namespace zv::clustering {
 
 enum class LinkageMethod { Single, Complete, Average, Weighted, Centroid, Median, Ward };
 
-// The method selected by a two-letter code, or false for an unknown code.
-bool linkageMethodFromCode(const char* code, LinkageMethod& method);
-
 // Methods that work on squared distances report square-root heights.
 constexpr bool worksOnSquares(LinkageMethod m) {
     return m == LinkageMethod::Centroid || m == LinkageMethod::Median || m == LinkageMethod::Ward;
@@ -35,12 +32,12 @@ struct MergeTable {
     }
 };
 
-// Linkage on a private condensed copy y of n(n-1)/2 values, updated in place
-// (squared distances for the methods that work on squares). `labels` holds
-// n entries, `sizes` n entries or null where the method keeps none.
+// Linkage of n observations on their condensed distances y, of which the
+// first `available` are given (the others read as NaN). The engine works on a
+// private copy, squared for the methods that work on squares, except where
+// single linkage can read y in place.
 template <class T>
-void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, uint64_t* sizes,
-                      const MergeTable<T>& out);
+void linkageCondensed(LinkageMethod method, const T* y, size_t available, size_t n, const MergeTable<T>& out);
 
 // Single linkage by a minimum spanning tree of the n(n-1)/2 distances in y,
 // read in place. Returns false, leaving the rows to the list algorithm, where
@@ -52,7 +49,6 @@ bool singleLinkageByTree(const T* y, size_t n, const MergeTable<T>& out);
 // Memory-saving linkage for centroid, median and ward on p-by-n data x, one
 // observation per column; the engine works on a private copy of its own.
 template <class T>
-void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
-                   const MergeTable<T>& out);
+void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, const MergeTable<T>& out);
 
 }  // namespace zv::clustering

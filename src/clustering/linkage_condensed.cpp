@@ -2,26 +2,15 @@
 // single, centroid and median, the nearest-neighbour chain for complete,
 // average, weighted and ward.
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <vector>
 #include <algorithm>
 
 #include "clustering/linkage.hpp"
 #include "clustering/linkage_updates.hpp"
-#include "frame/host_scratch.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::clustering {
-
-bool linkageMethodFromCode(const char* code, LinkageMethod& method) {
-    static constexpr const char* codes[] = {"si", "co", "av", "we", "ce", "me", "wa"};
-    for (int m = 0; m < 7; ++m)
-        if (std::strcmp(code, codes[m]) == 0) {
-            method = LinkageMethod(m);
-            return true;
-        }
-    return false;
-}
 
 namespace {
 
@@ -32,8 +21,8 @@ T heightOf(LinkageMethod method, T value) {
 
 template <class T, LinkageMethod M>
 void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
-    HostScratch<uint64_t> nnIndex(n);
-    HostScratch<T> nnDist(n);
+    Scratch<uint64_t> nnIndex(n);
+    Scratch<T> nnDist(n);
     uint64_t* nnidx = nnIndex.get();
     T* nndist = nnDist.get();
     const uint64_t none = noSlot(n);
@@ -81,8 +70,8 @@ void nearestNeighbourList(T* y, size_t n, uint64_t* labels, uint64_t* sizes, con
 template <class T, LinkageMethod M>
 void nearestNeighbourChain(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
     const size_t capacity = 2 * n;
-    HostScratch<uint64_t> chainSlots(capacity);
-    HostScratch<T> chainDist(capacity);
+    Scratch<uint64_t> chainSlots(capacity);
+    Scratch<T> chainDist(capacity);
     uint64_t* S = chainSlots.get();
     T* D = chainDist.get();
     const uint64_t none = noSlot(n);
@@ -150,9 +139,25 @@ void runCondensed(T* y, size_t n, uint64_t* labels, uint64_t* sizes, const Merge
 }  // namespace
 
 template <class T>
-void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, uint64_t* sizes,
-                      const MergeTable<T>& out) {
+void linkageCondensed(LinkageMethod method, const T* given, size_t available, size_t n, const MergeTable<T>& out) {
     if (n < 2) return;
+    const size_t pairs = n * (n - 1) / 2;
+    // Single linkage reads the distances in place when they are all there.
+    if (method == LinkageMethod::Single && available >= pairs && singleLinkageByTree(given, n, out)) return;
+
+    Scratch<T> work(pairs);
+    T* y = work.get();
+    adviseHugePages(y, pairs * sizeof(T));
+    const size_t have = std::min(available, pairs);
+    if (worksOnSquares(method))
+        for (size_t i = 0; i < have; ++i) y[i] = given[i] * given[i];
+    else
+        std::copy(given, given + have, y);
+    std::fill(y + have, y + pairs, std::numeric_limits<T>::quiet_NaN());
+
+    const SlotClusters clusters(n, method);
+    uint64_t* labels = clusters.labels.get();
+    uint64_t* sizes = clusters.sizesOrNull();
     switch (method) {
     case LinkageMethod::Single: return runCondensed<T, LinkageMethod::Single>(y, n, labels, sizes, out);
     case LinkageMethod::Complete: return runCondensed<T, LinkageMethod::Complete>(y, n, labels, sizes, out);
@@ -164,9 +169,7 @@ void linkageCondensed(LinkageMethod method, T* y, size_t n, uint64_t* labels, ui
     }
 }
 
-template void linkageCondensed<double>(LinkageMethod, double*, size_t, uint64_t*, uint64_t*,
-                                       const MergeTable<double>&);
-template void linkageCondensed<float>(LinkageMethod, float*, size_t, uint64_t*, uint64_t*,
-                                      const MergeTable<float>&);
+template void linkageCondensed<double>(LinkageMethod, const double*, size_t, size_t, const MergeTable<double>&);
+template void linkageCondensed<float>(LinkageMethod, const float*, size_t, size_t, const MergeTable<float>&);
 
 }  // namespace zv::clustering

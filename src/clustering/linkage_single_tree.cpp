@@ -23,7 +23,7 @@
 
 #include "clustering/linkage.hpp"
 #include "clustering/linkage_updates.hpp"
-#include "frame/host_scratch.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::clustering {
 
@@ -124,8 +124,8 @@ bool singleLinkageByTree(const T* y, size_t n, const MergeTable<T>& out) {
     // edge at that row under one strict order of all edges (by value, then
     // by the larger end, descending); so these edges all lie in the tree of
     // that order, whatever the ties.
-    HostScratch<uint64_t> nnidx(n);
-    HostScratch<T> nndist(n);
+    Scratch<uint64_t> nnidx(n);
+    Scratch<T> nndist(n);
     initialNeighbours(y, n, nnidx.get(), nndist.get());
     Forest forest(n);
     std::vector<Edge> edges;
@@ -161,7 +161,7 @@ bool singleLinkageByTree(const T* y, size_t n, const MergeTable<T>& out) {
         for (size_t v = 0; v < n; ++v) members[next[comp[v]]++] = uint32_t(v);
     }
 
-    HostScratch<T> between(C * C);
+    Scratch<T> between(C * C);
     if (!componentDistances(y, n, comp.data(), members.data(), memberStart.data(), C, between.get())) return false;
     const size_t own = edges.size();
     primOnComponents(between.get(), C, edges, weights);

@@ -14,7 +14,7 @@
 #include <tbb/parallel_for.h>
 
 #include "clustering/linkage.hpp"
-#include "frame/host_scratch.hpp"
+#include "frame/scratch.hpp"
 #include "distance/condensed.hpp"
 
 namespace zv::clustering {
@@ -24,6 +24,16 @@ using distance::condensedRowStart;
 
 // Marks "no slot": one past the last slot and then one more.
 constexpr uint64_t noSlot(size_t n) { return uint64_t(n) + 1; }
+
+// The cluster of every slot: its label (the leaves 0 .. n-1 to start with)
+// and, for the methods that keep them, its size (1 to start with).
+struct SlotClusters {
+    Scratch<uint64_t> labels, sizes;
+    SlotClusters(size_t n, LinkageMethod method) : labels(n), sizes(keepsSizes(method) ? n : 0, uint64_t(1)) {
+        for (size_t i = 0; i < n; ++i) labels[i] = i;
+    }
+    uint64_t* sizesOrNull() const { return sizes.size() ? sizes.get() : nullptr; }
+};
 
 // New d(c, s) for c made of a (at lo) and b (at hi) merged at value d.
 template <class T, LinkageMethod M>
@@ -291,10 +301,10 @@ void blockedNeighbours(size_t n, uint64_t* nnidx, T* nndist, const RowPiece& row
     const uint64_t none = noSlot(n);
     const size_t blocks = std::min(kBlocks, n);
     const std::vector<size_t> start = rowBlocks(n, blocks);
-    HostScratch<T> columnBest(blocks * n);
-    HostScratch<uint64_t> columnAt(blocks * n);
-    HostScratch<T> rowBest(n);
-    HostScratch<uint64_t> rowAt(n);
+    Scratch<T> columnBest(blocks * n);
+    Scratch<uint64_t> columnAt(blocks * n);
+    Scratch<T> rowBest(n);
+    Scratch<uint64_t> rowAt(n);
     const T inf = std::numeric_limits<T>::infinity();
     parallelOverSlots(0, blocks, [&](size_t b) {
         T buffer[kNeighbourPiece];

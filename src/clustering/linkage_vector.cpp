@@ -13,7 +13,7 @@
 
 #include "clustering/linkage.hpp"
 #include "clustering/linkage_updates.hpp"
-#include "frame/host_scratch.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::clustering {
 
@@ -104,8 +104,8 @@ void distancesInParallel(const Columns<T>& cols, size_t c, size_t from, size_t t
 
 template <class T, LinkageMethod M>
 void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
-    HostScratch<uint64_t> nnIndex(n);
-    HostScratch<T> nnDist(n);
+    Scratch<uint64_t> nnIndex(n);
+    Scratch<T> nnDist(n);
     uint64_t* nnidx = nnIndex.get();
     T* nndist = nnDist.get();
     const uint64_t none = noSlot(n);
@@ -114,7 +114,7 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         cols.distancesFrom(i, s0, s1, buffer);
         return static_cast<const T*>(buffer);
     });
-    HostScratch<T> fromHi(n);
+    Scratch<T> fromHi(n);
 
     // A fresh search of slot r over from .. n-1; safe on any thread: it
     // writes only nnidx[r] and nndist[r], and its distances go through a
@@ -131,7 +131,7 @@ void centroidList(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* 
         }
         storeNearest(nearest, none, nnidx[r], nndist[r]);
     };
-    HostScratch<size_t> rescan(n);
+    Scratch<size_t> rescan(n);
 
     for (size_t k = 0; k + 1 < n; ++k) {
         T x;
@@ -188,13 +188,13 @@ template <class T>
 void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* sizes, const MergeTable<T>& out) {
     constexpr size_t kChainSlack = 10;
     const size_t capacity = n + kChainSlack;
-    HostScratch<uint64_t> chainSlots(capacity);
+    Scratch<uint64_t> chainSlots(capacity);
     uint64_t* S = chainSlots.get();
     const uint64_t none = noSlot(n);
     for (size_t i = 0; i < capacity; ++i) S[i] = none;
 
     // The nearest slot to c among k .. n-1 by the ward dissimilarity.
-    HostScratch<T> fromTop(n);
+    Scratch<T> fromTop(n);
     auto nearestTo = [&](size_t c, size_t k, T& value) -> uint64_t {
         Nearest<T> nearest(none);
         const T nc = T(sizes[c]);
@@ -257,13 +257,15 @@ void wardChain(const Columns<T>& cols, size_t n, uint64_t* labels, uint64_t* siz
 }  // namespace
 
 template <class T>
-void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, uint64_t* labels, uint64_t* sizes,
-                   const MergeTable<T>& out) {
+void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, const MergeTable<T>& out) {
     if (n < 2) return;
-    HostScratch<T> byCoordinate(n * p);
+    Scratch<T> byCoordinate(n * p);
     for (size_t j = 0; j < n; ++j)
         for (size_t t = 0; t < p; ++t) byCoordinate[t * n + j] = x[j * p + t];
     const Columns<T> cols{byCoordinate.get(), p, n};
+    const SlotClusters clusters(n, method);
+    uint64_t* labels = clusters.labels.get();
+    uint64_t* sizes = clusters.sizesOrNull();
     switch (method) {
     case LinkageMethod::Centroid: return centroidList<T, LinkageMethod::Centroid>(cols, n, labels, sizes, out);
     case LinkageMethod::Median: return centroidList<T, LinkageMethod::Median>(cols, n, labels, sizes, out);
@@ -272,9 +274,7 @@ void linkageVector(LinkageMethod method, const T* x, size_t p, size_t n, uint64_
     }
 }
 
-template void linkageVector<double>(LinkageMethod, const double*, size_t, size_t, uint64_t*, uint64_t*,
-                                    const MergeTable<double>&);
-template void linkageVector<float>(LinkageMethod, const float*, size_t, size_t, uint64_t*, uint64_t*,
-                                   const MergeTable<float>&);
+template void linkageVector<double>(LinkageMethod, const double*, size_t, size_t, const MergeTable<double>&);
+template void linkageVector<float>(LinkageMethod, const float*, size_t, size_t, const MergeTable<float>&);
 
 }  // namespace zv::clustering

@@ -1,10 +1,12 @@
 // tsnebhbif and tsnelossbif: one gradient of a neighbour embedding for the
 // caller's optimisation loop, and the loss of an embedding given its Z.
 #include <limits>
+#include <optional>
 #include <vector>
 
 #include "embedding/tsne_loss.hpp"
 #include "frame/gateway.hpp"
+#include "frame/host_values.hpp"
 
 namespace {
 
@@ -12,45 +14,50 @@ namespace ids = stats::tsnebif;
 using zv::embedding::AffinityList;
 using zv::embedding::Embedding;
 
+// Y, d-by-N, read by value: sparse or complex data holds its values elsewhere.
 template <class T>
-Embedding<T> embeddingOf(const ndArray* y) {
-    return {zv::dataOf<const T>(y), ndGetN(y), ndGetM(y)};
-}
+struct EmbeddingInput {
+    size_t d, N;
+    zv::HostValues<T> values;
+    explicit EmbeddingInput(const ndArray* y)
+        : d(ndGetM(y)), N(ndGetN(y)), values(y, d * N, std::numeric_limits<T>::quiet_NaN()) {}
+    Embedding<T> embedding() const { return {values.data(), N, d}; }
+};
 
+// The affinity list by value (the loss passes no starts); a point or an entry
+// past what an array holds has no count, start, neighbour or value.
 template <class T>
-AffinityList<T> affinitiesOf(const ndArray* neighbours, const ndArray* counts, const ndArray* values,
-                             const ndArray* starts) {
-    AffinityList<T> P{};
-    P.counts = zv::dataOf<const double>(counts);
-    P.numCounts = zv::storedCount<double>(counts);
-    if (starts) {
-        P.starts = zv::dataOf<const double>(starts);
-        P.numStarts = zv::storedCount<double>(starts);
+class AffinityInput {
+public:
+    AffinityInput(const ndArray* neighbours, const ndArray* counts, const ndArray* values, const ndArray* starts)
+        : neighbours_(neighbours, ndGetNumberOfElements(neighbours), kNaN),
+          counts_(counts, ndGetNumberOfElements(counts), 0.0),
+          values_(values, ndGetNumberOfElements(values), T(kNaN)) {
+        if (starts) starts_.emplace(starts, ndGetNumberOfElements(starts), kNaN);
+        list_ = {counts_.data(), ndGetNumberOfElements(counts), starts_ ? starts_->data() : nullptr,
+                 starts ? ndGetNumberOfElements(starts) : 0, neighbours_.data(), values_.data(),
+                 std::min(ndGetNumberOfElements(neighbours), ndGetNumberOfElements(values))};
     }
-    P.neighbours = zv::dataOf<const double>(neighbours);
-    P.values = zv::dataOf<const T>(values);
-    P.numEntries = std::min(zv::storedCount<double>(neighbours), zv::storedCount<T>(values));
-    return P;
-}
+    const AffinityList<T>& list() const { return list_; }
 
-// The root box padded with NaN where fewer than d values were passed: such a
-// box takes no point.
-template <class T>
-std::vector<T> boxValues(const ndArray* a, size_t d) {
-    std::vector<T> v(d, std::numeric_limits<T>::quiet_NaN());
-    const T* p = zv::dataOf<const T>(a);
-    const size_t n = std::min(d, zv::storedCount<T>(a));
-    for (size_t k = 0; k < n; ++k) v[k] = p[k];
-    return v;
-}
+private:
+    static constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+    zv::HostValues<double> neighbours_, counts_;
+    zv::HostValues<T> values_;
+    std::optional<zv::HostValues<double>> starts_;
+    AffinityList<T> list_{};
+};
 
 template <class T>
 void gradientTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
     const T theta = T(ndGetScalar(inputs[0]));
-    const Embedding<T> y = embeddingOf<T>(inputs[1]);
-    const std::vector<T> center = boxValues<T>(inputs[2], y.d);
-    const std::vector<T> halfWidth = boxValues<T>(inputs[3], y.d);
-    const AffinityList<T> P = affinitiesOf<T>(inputs[4], inputs[5], inputs[6], inputs[7]);
+    const EmbeddingInput<T> input(inputs[1]);
+    const Embedding<T> y = input.embedding();
+    // The root box padded with NaN where fewer than d values were passed:
+    // such a box takes no point.
+    const zv::HostValues<T> center(inputs[2], y.d, std::numeric_limits<T>::quiet_NaN());
+    const zv::HostValues<T> halfWidth(inputs[3], y.d, std::numeric_limits<T>::quiet_NaN());
+    const AffinityInput<T> affinities(inputs[4], inputs[5], inputs[6], inputs[7]);
 
     matrix::unique_nd_ptr attractive = zv::createMatrix<T>(y.d, y.N);
     matrix::unique_nd_ptr repulsive = zv::createMatrix<T>(y.d, y.N);
@@ -60,22 +67,21 @@ void gradientTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
     *zv::dataOf<T>(Z.get()) = zv::embedding::tsneRepGradient<T>(y, theta, center.data(), halfWidth.data(),
                                                                  zv::dataOf<T>(repulsive.get()),
                                                                  zv::dataOf<T>(sums.get()), order);
-    zv::embedding::tsneAttrGradient<T>(y, P, zv::dataOf<T>(attractive.get()), order);
+    zv::embedding::tsneAttrGradient<T>(y, affinities.list(), zv::dataOf<T>(attractive.get()), order);
 
     // All three are results, but only the slots the host gave are written.
-    outputs[0] = matrix::to_host(std::move(attractive));
-    if (numOutputs > 1) outputs[1] = matrix::to_host(std::move(repulsive));
-    if (numOutputs > 2) outputs[2] = matrix::to_host(std::move(Z));
+    zv::handOver(outputs, numOutputs, std::move(attractive), std::move(repulsive), std::move(Z));
 }
 
 template <class T>
-void lossTyped(ndArray** outputs, const ndArray** inputs) {
-    const Embedding<T> y = embeddingOf<T>(inputs[0]);
-    const AffinityList<T> P = affinitiesOf<T>(inputs[1], inputs[2], inputs[3], nullptr);
+void lossTyped(int numOutputs, ndArray** outputs, const ndArray** inputs) {
+    const EmbeddingInput<T> input(inputs[0]);
+    const Embedding<T> y = input.embedding();
+    const AffinityInput<T> affinities(inputs[1], inputs[2], inputs[3], nullptr);
     const double Z = ndGetScalar(inputs[4]);
     matrix::unique_nd_ptr loss = zv::createMatrix<T>(1, 1);
-    *zv::dataOf<T>(loss.get()) += zv::embedding::tsneLoss<T>(y, P, Z);
-    outputs[0] = matrix::to_host(std::move(loss));
+    *zv::dataOf<T>(loss.get()) += zv::embedding::tsneLoss<T>(y, affinities.list(), Z);
+    zv::handOver(outputs, numOutputs, std::move(loss));
 }
 
 }  // namespace
@@ -93,5 +99,6 @@ ZV_DEFINE_GATEWAY(tsnebhbif) {
 ZV_DEFINE_GATEWAY(tsnelossbif) {
     zv::raiseIf<ids::TooFewInputsLoss>(numInputs < 5);
     zv::raiseIf<ids::TooManyOutputs>(numOutputs > 1);
-    zv::dispatchReal<ids::BadInputType>(inputs[0], [&](auto tag) { lossTyped<decltype(tag)>(outputs, inputs); });
+    zv::dispatchReal<ids::BadInputType>(inputs[0],
+                                        [&](auto tag) { lossTyped<decltype(tag)>(numOutputs, outputs, inputs); });
 }

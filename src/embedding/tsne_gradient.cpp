@@ -4,37 +4,18 @@
 
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
-#include <tbb/scalable_allocator.h>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <memory>
-#include <new>
 #include <vector>
 
 #include "embedding/bh_tree.hpp"
+#include "frame/scratch.hpp"
 
 namespace zv::embedding {
 
 namespace {
-
-// Per-worker scratch of d values from the scalable allocator.
-template <class T>
-class WorkerScratch {
-public:
-    explicit WorkerScratch(size_t d) : p_(static_cast<T*>(scalable_malloc(std::max<size_t>(d, 1) * sizeof(T)))) {
-        if (!p_) throw std::bad_alloc();
-        std::fill(p_, p_ + d, T(0));
-    }
-    ~WorkerScratch() { scalable_free(p_); }
-    WorkerScratch(const WorkerScratch&) = delete;
-    WorkerScratch& operator=(const WorkerScratch&) = delete;
-    T* get() const { return p_; }
-
-private:
-    T* p_;
-};
 
 // The points in the order their leaves lie in the tree, then the rest
 // (duplicates, points left out) ascending: neighbouring walks then read the
@@ -59,7 +40,8 @@ void buildAndWalk(BHTree<T>& tree, size_t N, size_t d, T theta, T* G, T* S, Poin
     tbb::parallel_for(
         tbb::blocked_range<size_t>(0, order.size(), 1),
         [&](const tbb::blocked_range<size_t>& r) {
-            WorkerScratch<T> t(d);
+            // Every worker allocates at once: the scalable allocator serves them.
+            const Scratch<T> t(d, T(0), Heap::alignedWorker);
             for (size_t o = r.begin(); o != r.end(); ++o) {
                 const int32_t i = order[o];
                 tree.template walk<DIMS>(i, theta, G + size_t(i) * d, S[i], t.get());
@@ -75,7 +57,7 @@ void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A, const Poi
     tbb::parallel_for(
         tbb::blocked_range<size_t>(0, y.N, 1),
         [&](const tbb::blocked_range<size_t>& r) {
-            WorkerScratch<T> scratch(d);
+            const Scratch<T> scratch(d, T(0), Heap::alignedWorker);
             T fixedT[DIMS > 0 ? DIMS : 1];
             T* t = DIMS > 0 ? fixedT : scratch.get();
             for (size_t o = r.begin(); o != r.end(); ++o) {
@@ -90,10 +72,10 @@ void attractAll(const Embedding<T>& y, const AffinityList<T>& P, T* A, const Poi
                 T fixed[DIMS > 0 ? DIMS : 1] = {};
                 T* a = DIMS > 0 ? fixed : A + i * d;
                 // Entries before the first or past the last that were passed
-                // are skipped; the count compares as a double.
-                for (int64_t c = std::max<int64_t>(0, -start); double(c) < count; ++c) {
-                    const int64_t e = start + c;
-                    if (e >= numEntries) break;
+                // are skipped; an entry's offset from the start compares with
+                // the count in double, so no integer can overflow.
+                for (int64_t e = std::max<int64_t>(start, 0); e < numEntries; ++e) {
+                    if (!(double(e) - double(start) < count)) break;
                     const int64_t j = P.neighbour(e, N);
                     if (j < 0) continue;
                     const T* yj = y.Y + size_t(j) * d;

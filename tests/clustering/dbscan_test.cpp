@@ -1,12 +1,16 @@
 // dbscan: identifiers in order, labels and core flags by hand, the three
-// neighbour sources and both routes against each other, thread counts,
-// interruption from a worker, and the safe readings of short inputs.
+// neighbour sources and both routes against each other, the data route
+// against the test on the nested call's own distances at and around epsilon,
+// thread counts, interruption from a worker, and the safe readings of short
+// inputs and of counts beyond the data.
+#include <chrono>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <span>
 
-#include "clustering/dbscan_gateways.hpp"
+#include "support/gateways.hpp"
 
 namespace {
 
@@ -15,9 +19,34 @@ using zvtest::raisedId;
 
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+// The transpose of an m-by-n double or single array.
+Owned transposed(const ndArray* a) {
+    const size_t m = ndGetM(a), n = ndGetN(a), bytes = ndGetClassID(a) == ndSINGLE_CLASS ? 4 : 8;
+    Owned t(ndCreateNumericMatrix(n, m, ndGetClassID(a), ndREAL));
+    for (size_t i = 0; i < m; ++i)
+        for (size_t j = 0; j < n; ++j)
+            std::memcpy(static_cast<char*>(ndGetData(t.get())) + (i * n + j) * bytes,
+                        static_cast<const char*>(ndGetData(a)) + (j * m + i) * bytes, bytes);
+    return t;
+}
+
+// The host's "pdist2" for the life of the object: distances from each row of
+// its first input to the single row of its second, by pdist2bif.
+struct HostPdist2 {
+    HostPdist2() {
+        zvhost::registerFunction("pdist2", [](int, ndArray** outputs, int, const ndArray** inputs) {
+            Owned x = transposed(inputs[0]), y = transposed(inputs[1]), none = zvhost::matrixOf<double>(0, 0);
+            const ndArray* in[7] = {x.get(), y.get(), inputs[2], none.get(), none.get(), none.get(), none.get()};
+            pdist2bif(1, outputs, 7, in);
+        });
+    }
+    ~HostPdist2() { zvhost::unregisterFunction("pdist2"); }
+};
+
 struct Result {
     std::vector<double> labels;
     std::vector<bool> core;
+    bool operator==(const Result&) const = default;
 };
 
 // The ten inputs of one call.
@@ -34,7 +63,7 @@ template <class T = double>
 Inputs dataInputs(const std::vector<T>& x, size_t p, size_t n, double epsilon, double minpts, bool hostRoute = false,
                   const char* metric = "euc") {
     Owned data = zvhost::matrixOf<T>(p, n, std::span<const T>(x));
-    if (hostRoute) data = zvtest::transposed(data.get());
+    if (hostRoute) data = transposed(data.get());
     return {std::move(data), zvhost::scalar(epsilon), zvhost::scalar(minpts), zvhost::text(metric),
             zvhost::scalar(2), zvhost::matrixOf<bool>(0, 0), zvhost::scalar(double(n)), zvhost::scalar(double(p)),
             zvhost::matrixOf<double>(0, 0), zvhost::logicalScalar(hostRoute)};
@@ -42,8 +71,7 @@ Inputs dataInputs(const std::vector<T>& x, size_t p, size_t n, double epsilon, d
 
 Inputs adjacencyInputs(const std::vector<bool>& adjacency, double mode, size_t n, double minpts, bool serial = false) {
     Owned a = zvhost::matrixOf<bool>(1, adjacency.size());
-    bool* v = ndGetLogicals(a.get());
-    for (size_t k = 0; k < adjacency.size(); ++k) v[k] = adjacency[k];
+    for (size_t k = 0; k < adjacency.size(); ++k) ndGetLogicals(a.get())[k] = adjacency[k];
     return {zvhost::matrixOf<bool>(0, 0), zvhost::scalar(0), zvhost::scalar(minpts), zvhost::text("euc"),
             zvhost::scalar(mode), std::move(a), zvhost::scalar(double(n)), zvhost::scalar(1),
             zvhost::matrixOf<double>(0, 0), zvhost::logicalScalar(serial)};
@@ -51,6 +79,7 @@ Inputs adjacencyInputs(const std::vector<bool>& adjacency, double mode, size_t n
 
 Result run(const Inputs& in, int numOutputs = 2) {
     auto out = zvhost::call(dbscan, numOutputs, in.list());
+    EXPECT_EQ(out.size(), size_t(numOutputs));
     Result r;
     r.labels = zvhost::valuesOf<double>(out[0].get());
     EXPECT_EQ(ndGetN(out[0].get()), 1u);
@@ -83,15 +112,24 @@ std::vector<double> blobs(size_t n, unsigned seed) {
     return x;
 }
 
-// The full adjacency and its condensed form for points of x under epsilon.
-std::vector<bool> adjacencyOf(const std::vector<double>& x, size_t n, double epsilon, bool condensed) {
+// Full (mode 0) or condensed (mode 1) adjacency of the pairs whose distance
+// in d (n-by-n) is at most epsilon.
+std::vector<bool> adjacencyOf(const std::vector<double>& d, size_t n, double epsilon, bool condensed) {
     std::vector<bool> a;
     for (size_t i = 0; i < n; ++i)
-        for (size_t j = condensed ? i + 1 : 0; j < n; ++j) {
-            const double dx = x[2 * i] - x[2 * j], dy = x[2 * i + 1] - x[2 * j + 1];
-            a.push_back(std::sqrt(dx * dx + dy * dy) <= epsilon);
-        }
+        for (size_t j = condensed ? i + 1 : 0; j < n; ++j) a.push_back(i != j && d[i * n + j] <= epsilon);
     return a;
+}
+
+// The nested call's own distances among the n points of x (p-by-n), as doubles.
+template <class T>
+std::vector<double> nestedDistances(const std::vector<T>& x, size_t p, size_t n, const char* metric) {
+    Owned xa = zvhost::matrixOf<T>(p, n, std::span<const T>(x));
+    Owned code = zvhost::text(metric), none = zvhost::matrixOf<double>(0, 0);
+    const ndArray* none4 = none.get();
+    auto d = zvhost::call(pdist2bif, 1, {xa.get(), xa.get(), code.get(), none4, none4, none4, none4});
+    const auto v = zvhost::valuesOf<T>(d[0].get());
+    return std::vector<double>(v.begin(), v.end());
 }
 
 TEST(Dbscan, IdentifiersComeInTheirOrder) {
@@ -100,17 +138,15 @@ TEST(Dbscan, IdentifiersComeInTheirOrder) {
     auto ids = [&](int numOutputs, std::vector<const ndArray*> list) {
         return raisedId([&] { zvhost::call(dbscan, numOutputs, list); });
     };
-    Owned sparse(zvhost::createSparse(1, 2, 0));
-    Owned complex(zvhost::createComplexMatrix(1, 2));
-    Owned int32 = zvhost::matrixOf<int32_t>(1, 2);
+    Owned sparse(zvhost::createSparse(1, 2, 0)), complex(zvhost::createComplexMatrix(1, 2));
+    Owned int32 = zvhost::matrixOf<int32_t>(1, 2), text = zvhost::text("ab");
     auto with = [&](const ndArray* data) {
         auto l = in.list();
         l[0] = data;
         return l;
     };
-    auto nine = in.list();
+    auto nine = in.list(), eleven = in.list();
     nine.pop_back();
-    auto eleven = in.list();
     eleven.push_back(in.route.get());
     EXPECT_EQ(ids(3, nine), "stats:dbscan:TooFewOrManyInputs");
     EXPECT_EQ(ids(1, eleven), "stats:dbscan:TooFewOrManyInputs");
@@ -119,151 +155,186 @@ TEST(Dbscan, IdentifiersComeInTheirOrder) {
     EXPECT_EQ(ids(2, with(sparse.get())), "stats:dbscan:UndefinedFunctionNoSparse");
     EXPECT_EQ(ids(2, with(complex.get())), "stats:dbscan:UndefinedFunctionNoComplex");
     EXPECT_EQ(ids(2, with(int32.get())), "stats:dbscan:UndefinedFunctionOnlyDoubleOrSingle");
-    Owned text = zvhost::text("ab");
     EXPECT_EQ(ids(1, with(text.get())), "stats:dbscan:UndefinedFunctionOnlyDoubleOrSingle");
     EXPECT_EQ(ids(1, in.list()), "");
 }
 
-// 1-d points 0, 1, 2, 10, 11, 20 and 20.5 with epsilon 1 (distances of
-// exactly 1 are neighbours) and minpts 3.
+// 1-d points 0, 1, 2, 10, 11, 20 and 20.5; distances of exactly epsilon are
+// neighbours, minpts counts the point itself, clusters are numbered by their
+// first point, and noise met first joins a later cluster as a border point.
 TEST(Dbscan, LabelsAndCoreFlagsByHand) {
     zvtest::LeakCheck leaks;
     const std::vector<double> x = {0, 1, 2, 10, 11, 20, 20.5};
-    for (bool hostRoute : {false, true}) {
-        zvtest::HostPdist2 host;
-        Result r = run(dataInputs(x, 1, 7, 1.0, 3, hostRoute));
-        EXPECT_EQ(r.labels, (std::vector<double>{1, 1, 1, -1, -1, -1, -1})) << hostRoute;
-        EXPECT_EQ(r.core, (std::vector<bool>{false, true, false, false, false, false, false}));
-        // minpts 2: the pairs become clusters too, numbered by their first point.
-        r = run(dataInputs(x, 1, 7, 1.0, 2, hostRoute));
-        EXPECT_EQ(r.labels, (std::vector<double>{1, 1, 1, 2, 2, 3, 3}));
-        EXPECT_EQ(r.core, std::vector<bool>(7, true));
-        // minpts 1: every point is a cluster of its own at least.
-        r = run(dataInputs(x, 1, 7, 0.9, 1, hostRoute));
-        EXPECT_EQ(r.labels, (std::vector<double>{1, 2, 3, 4, 5, 6, 6}));
-    }
-}
-
-// Point 0 is noise when it is visited, and becomes a border point of the
-// cluster that point 1 starts; as a border point it does not extend it.
-TEST(Dbscan, EarlierNoiseJoinsALaterClusterAsBorder) {
-    zvtest::LeakCheck leaks;
-    const std::vector<double> x = {0, 1, 1.5, 2, -1.5};
-    Result r = run(dataInputs(x, 1, 5, 1.0, 3));
-    EXPECT_EQ(r.labels, (std::vector<double>{1, 1, 1, 1, -1}));
-    EXPECT_EQ(r.core, (std::vector<bool>{false, true, true, true, false}));
-}
-
-TEST(Dbscan, EmptyDataGivesAnEmptyColumn) {
-    zvtest::LeakCheck leaks;
-    auto out = zvhost::call(dbscan, 2, dataInputs<double>({}, 2, 0, 1, 1).list());
-    EXPECT_EQ(ndGetM(out[0].get()), 0u);
-    EXPECT_EQ(ndGetN(out[0].get()), 1u);
-    EXPECT_EQ(ndGetM(out[1].get()), 0u);
-}
-
-TEST(Dbscan, OneOutputHasNoCoreFlags) {
-    zvtest::LeakCheck leaks;
-    auto out = zvhost::call(dbscan, 1, dataInputs<double>({0, 1, 5}, 1, 3, 1, 2).list());
-    EXPECT_EQ(zvhost::valuesOf<double>(out[0].get()), (std::vector<double>{1, 1, -1}));
-    EXPECT_EQ(out.size(), 1u);
-}
-
-// A NaN coordinate makes every distance of its point NaN: no neighbours.
-TEST(Dbscan, NaNPointIsNoiseOrAClusterOfOne) {
-    zvtest::LeakCheck leaks;
-    const std::vector<double> x = {0, 0, kNaN, 1, 0.5, 0.5};
-    EXPECT_EQ(run(dataInputs(x, 2, 3, 1, 2)).labels, (std::vector<double>{1, -1, 1}));
-    EXPECT_EQ(run(dataInputs(x, 2, 3, 1, 1)).labels, (std::vector<double>{1, 2, 1}));
+    const bool f = false, t = true;
+    const struct {
+        std::vector<double> x;
+        double epsilon, minpts;
+        std::vector<double> labels;
+        std::vector<bool> core;
+    } cases[] = {
+        {x, 1.0, 3, {1, 1, 1, -1, -1, -1, -1}, {f, t, f, f, f, f, f}},
+        {x, 1.0, 2, {1, 1, 1, 2, 2, 3, 3}, std::vector<bool>(7, t)},
+        {x, 0.9, 1, {1, 2, 3, 4, 5, 6, 6}, std::vector<bool>(7, t)},
+        {{0, 1, 1.5, 2, -1.5}, 1.0, 3, {1, 1, 1, 1, -1}, {f, t, t, t, f}},  // 0 is noise, then a border point
+        {{}, 1.0, 1, {}, {}},
+    };
+    HostPdist2 host;
+    for (const auto& c : cases)
+        for (bool hostRoute : {false, true}) {
+            const size_t n = c.x.size();
+            EXPECT_EQ(run(dataInputs(c.x, 1, n, c.epsilon, c.minpts, hostRoute)), (Result{c.labels, c.core}));
+            const std::vector<float> xf(c.x.begin(), c.x.end());  // the float engine, labels still double
+            EXPECT_EQ(run(dataInputs(xf, 1, n, c.epsilon, c.minpts, hostRoute), 1).labels, c.labels);
+        }
+    // A NaN coordinate makes every distance of its point NaN: no neighbours.
+    const std::vector<double> withNaN = {0, 0, kNaN, 1, 0.5, 0.5};
+    EXPECT_EQ(run(dataInputs(withNaN, 2, 3, 1, 2)).labels, (std::vector<double>{1, -1, 1}));
+    EXPECT_EQ(run(dataInputs(withNaN, 2, 3, 1, 1)).labels, (std::vector<double>{1, 2, 1}));
 }
 
 TEST(Dbscan, ThreeNeighbourSourcesAndBothRoutesAgree) {
     zvtest::LeakCheck leaks;
-    zvtest::HostPdist2 host;
+    HostPdist2 host;
     const size_t n = 300;
     const auto x = blobs(n, 3);
+    const auto d = nestedDistances(x, 2, n, "euc");
     for (double minpts : {1.0, 4.0, 9.0}) {
         const double epsilon = 0.35;
         const Result nested = run(dataInputs(x, 2, n, epsilon, minpts));
         EXPECT_GT(*std::max_element(nested.labels.begin(), nested.labels.end()), 2.0);
-        const Result hosted = run(dataInputs(x, 2, n, epsilon, minpts, true));
-        EXPECT_EQ(nested.labels, hosted.labels);
-        EXPECT_EQ(nested.core, hosted.core);
+        EXPECT_EQ(run(dataInputs(x, 2, n, epsilon, minpts, true)), nested);
+        EXPECT_EQ(run(dataInputs(x, 2, n, epsilon, minpts, false, "che")),
+                  run(adjacencyInputs(adjacencyOf(nestedDistances(x, 2, n, "che"), n, epsilon, false), 0, n, minpts)));
         for (bool serial : {false, true}) {
-            const Result full = run(adjacencyInputs(adjacencyOf(x, n, epsilon, false), 0, n, minpts, serial));
-            const Result condensed = run(adjacencyInputs(adjacencyOf(x, n, epsilon, true), 1, n, minpts, serial));
-            EXPECT_EQ(full.labels, nested.labels);
-            EXPECT_EQ(full.core, nested.core);
-            EXPECT_EQ(condensed.labels, nested.labels);
-            EXPECT_EQ(condensed.core, nested.core);
+            EXPECT_EQ(run(adjacencyInputs(adjacencyOf(d, n, epsilon, false), 0, n, minpts, serial)), nested);
+            EXPECT_EQ(run(adjacencyInputs(adjacencyOf(d, n, epsilon, true), 1, n, minpts, serial)), nested);
         }
     }
 }
 
-TEST(Dbscan, SingleDataRunsTheFloatEngineWithDoubleLabels) {
-    zvtest::LeakCheck leaks;
-    const auto x = blobs(200, 5);
-    const std::vector<float> xf(x.begin(), x.end());
-    const Result d = run(dataInputs(x, 2, 200, 0.35, 4));
-    const Result f = run(dataInputs(xf, 2, 200, 0.35, 4));
-    // Single rounding may move a distance across epsilon; the clusters stay.
-    size_t same = 0;
-    for (size_t i = 0; i < 200; ++i) same += d.labels[i] == f.labels[i];
-    EXPECT_GE(same, 195u);
+// The data route tests epsilon on the values before the root, over panels in
+// a spatial order; its result is the test "distance <= epsilon" on the nested
+// call's own distances, bit for bit, also exactly at a distance and one ulp
+// either side, with NaN coordinates, extreme epsilons and far-out points.
+template <class T>
+void expectDataRouteIsTheTestOnItsDistances(const std::vector<double>& points, size_t n, const char* metric,
+                                            size_t picks) {
+    const std::vector<T> x(points.begin(), points.end());
+    const auto d = nestedDistances(x, 2, n, metric);
+    std::vector<double> values;
+    for (double v : d)
+        if (std::isfinite(v) && v > 0 && v < 0.5) values.push_back(v);
+    std::sort(values.begin(), values.end());
+    std::vector<T> epsilons{T(0), T(-0.0), T(-1), T(kNaN)};
+    if (n < 1000) epsilons.insert(epsilons.end(), {T(INFINITY), T(1e300)});  // everyone's neighbour
+    for (size_t q = 1; q <= picks; ++q) {
+        const T v = T(values[q * (values.size() - 1) / picks]);
+        for (T e : {std::nextafter(v, T(-INFINITY)), v, std::nextafter(v, T(INFINITY))}) epsilons.push_back(e);
+    }
+    for (T epsilon : epsilons) {
+        SCOPED_TRACE(std::string(metric) + " epsilon " + std::to_string(epsilon) + " n " + std::to_string(n));
+        Inputs adjacency = adjacencyInputs(adjacencyOf(d, n, double(epsilon), false), 0, n, 1);
+        for (double minpts : {1.0, 3.0}) {
+            adjacency.minpts = zvhost::scalar(minpts);
+            ASSERT_EQ(run(dataInputs(x, 2, n, double(epsilon), minpts, false, metric)), run(adjacency));
+        }
+    }
 }
 
-// The full adjacency is read at i*n + j for point i.
-TEST(Dbscan, AdjacencyMatrixIsReadByRowsOfPoints) {
+TEST(Dbscan, DataRouteIsTheTestOnTheNestedDistances) {
     zvtest::LeakCheck leaks;
-    // Point 0 lists 1 and 2; nobody lists point 0.
-    std::vector<bool> a(9, false);
+    auto x = blobs(203, 5);
+    x[7] = x[100] = x[101] = kNaN;
+    x[40] = 1e200;
+    std::mt19937 gen(1);
+    std::vector<double> grid(2 * 203);
+    for (double& v : grid) v = double(gen() % 12) * 0.1;  // many pairs exactly at a distance; roots that round
+    for (const char* metric : {"euc", "sqe", "cit"})
+        for (const auto* points : {&x, &grid}) {
+            expectDataRouteIsTheTestOnItsDistances<double>(*points, 203, metric, 4);
+            expectDataRouteIsTheTestOnItsDistances<float>(*points, 203, metric, 4);
+        }
+    // Enough points for many groups of panels, some of them far out.
+    auto many = blobs(3000, 8);
+    for (size_t i = 0; i < many.size(); i += 500) many[i] *= 40.0;
+    expectDataRouteIsTheTestOnItsDistances<double>(many, 3000, "euc", 1);
+}
+
+// The full adjacency is read at i*n + j for point i; pairs missing from a
+// short adjacency are no neighbours, and cost nothing however many points.
+TEST(Dbscan, AdjacencyIsReadByRowsOfPointsAndShortOnesAsFalse) {
+    zvtest::LeakCheck leaks;
+    std::vector<bool> a(9, false);  // point 0 lists 1 and 2; nobody lists point 0
     a[0 * 3 + 1] = a[0 * 3 + 2] = true;
-    EXPECT_EQ(run(adjacencyInputs(a, 0, 3, 3)).labels, (std::vector<double>{1, 1, 1}));
-    EXPECT_EQ(run(adjacencyInputs(a, 0, 3, 3)).core, (std::vector<bool>{true, false, false}));
+    EXPECT_EQ(run(adjacencyInputs(a, 0, 3, 3)), (Result{{1, 1, 1}, {true, false, false}}));
     std::vector<bool> t(9, false);
     t[1 * 3 + 0] = t[2 * 3 + 0] = true;
     EXPECT_EQ(run(adjacencyInputs(t, 0, 3, 3)).labels, (std::vector<double>{-1, -1, -1}));
+    EXPECT_EQ(run(adjacencyInputs({true}, 1, 4, 2)).labels, (std::vector<double>{1, 1, -1, -1}));  // 6 pairs needed
+    EXPECT_EQ(run(adjacencyInputs({false, true, false, false, true}, 0, 4, 2)).labels,
+              (std::vector<double>{1, 1, -1, -1}));  // 16 needed
+    const size_t many = 300000;
+    const auto started = std::chrono::steady_clock::now();
+    const auto labels = run(adjacencyInputs({true, false, true}, 1, many, 2), 1).labels;
+    EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count(), 5.0);
+    EXPECT_EQ(std::vector<double>(labels.begin(), labels.begin() + 5), (std::vector<double>{1, 1, -1, 1, -1}));
+    EXPECT_EQ(std::count(labels.begin(), labels.end(), -1.0), ptrdiff_t(many - 3));
 }
 
-// An adjacency shorter than n points need: the missing pairs are no neighbours.
-TEST(Dbscan, ShortAdjacencyReadsMissingPairsAsFalse) {
+// A count of points beyond what the data holds: those points have no
+// distances, and their one shared query is made once, by either route.
+TEST(Dbscan, CountBeyondTheDataQueriesTheMissingPointsOnce) {
     zvtest::LeakCheck leaks;
-    const std::vector<bool> condensed = {true};  // n = 4 needs 6 pairs
-    EXPECT_EQ(run(adjacencyInputs(condensed, 1, 4, 2)).labels, (std::vector<double>{1, 1, -1, -1}));
-    const std::vector<bool> full = {false, true, false, false, true};  // n = 4 needs 16
-    EXPECT_EQ(run(adjacencyInputs(full, 0, 4, 2)).labels, (std::vector<double>{1, 1, -1, -1}));
+    HostPdist2 host;
+    for (bool hostRoute : {false, true}) {
+        Inputs in = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2, hostRoute);
+        in.n = zvhost::scalar(2000);
+        zvhost::resetPollCount();
+        zvhost::resetCallLog();
+        const auto labels = run(in).labels;
+        EXPECT_EQ(std::vector<double>(labels.begin(), labels.begin() + 4), (std::vector<double>{1, 1, -1, -1}));
+        EXPECT_EQ(std::count(labels.begin(), labels.end(), -1.0), 1998);
+        if (hostRoute) EXPECT_EQ(zvhost::callLog().size(), 4u);  // rows 0, 1, 2 and the missing one
+        else EXPECT_LT(zvhost::pollCount(), 100);
+    }
+    // Data that holds nothing at all (p = 0, or an empty array by the host
+    // route): every point is a missing one.
+    Inputs none = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2);
+    none.p = zvhost::scalar(0);
+    EXPECT_EQ(raisedId([&] { run(none); }), "stats:pdist2bif:XYDimsMismatch");
+    Inputs empty = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2, true);
+    empty.data = zvhost::matrixOf<double>(3, 0);
+    EXPECT_EQ(raisedId([&] { run(empty); }), "stats:pdist2bif:XYDimsMismatch");
+    // An unknown metric gives zeros: a missing point has the data's points as
+    // neighbours, though none has it, and starts a cluster of its own.
+    Inputs unknown = dataInputs<double>({0, 1, 9}, 1, 3, 1, 2, false, "xyz");
+    unknown.n = zvhost::scalar(5);
+    EXPECT_EQ(run(unknown).labels, (std::vector<double>{1, 1, 1, 2, 3}));
 }
 
 TEST(Dbscan, ResultsDoNotDependOnTheThreadCount) {
     zvtest::LeakCheck leaks;
     const size_t n = 1500;
     const auto x = blobs(n, 11);
-    for (double minpts : {3.0, 12.0}) {
-        const Inputs in = dataInputs(x, 2, n, 0.2, minpts);
-        const Result one = zvtest::withThreads(1, [&] { return run(in); });
-        const Result two = zvtest::withThreads(2, [&] { return run(in); });
-        EXPECT_EQ(one.labels, two.labels);
-        EXPECT_EQ(one.core, two.core);
-        const Inputs adj = adjacencyInputs(adjacencyOf(x, n, 0.2, true), 1, n, minpts);
-        const Result adjOne = zvtest::withThreads(1, [&] { return run(adj); });
-        const Result adjTwo = zvtest::withThreads(2, [&] { return run(adj); });
-        EXPECT_EQ(adjOne.labels, one.labels);
-        EXPECT_EQ(adjTwo.labels, one.labels);
-        EXPECT_EQ(adjTwo.core, one.core);
-    }
+    for (double minpts : {3.0, 12.0})
+        for (const char* metric : {"euc", "che"}) {
+            const Inputs in = dataInputs(x, 2, n, 0.2, minpts, false, metric);
+            const Result one = zvtest::withThreads(1, [&] { return run(in); });
+            EXPECT_EQ(zvtest::withThreads(2, [&] { return run(in); }), one);
+        }
 }
 
 TEST(Dbscan, InterruptFromAWorkerLeavesNothingBehind) {
-    const size_t n = 400;
-    const auto x = blobs(n, 2);
-    const Inputs in = dataInputs(x, 2, n, 0.3, 3);
-    for (long polls : {1L, 7L, 60L, 400L}) {
-        zvtest::LeakCheck leaks;
-        zvhost::interruptAfterPolls(polls);
-        EXPECT_EQ(raisedId([&] { zvtest::withThreads(2, [&] { return zvhost::call(dbscan, 2, in.list()); }); }),
-                  "zvhost:Interrupted")
-            << polls;
-        zvhost::interruptAfterPolls(0);
+    const auto x = blobs(400, 2);
+    for (const char* metric : {"euc", "che"}) {
+        const Inputs in = dataInputs(x, 2, 400, 0.3, 3, false, metric);
+        for (long polls : {1L, 7L, 60L, 400L}) {
+            zvtest::LeakCheck leaks;
+            zvhost::interruptAfterPolls(polls);
+            EXPECT_EQ(raisedId([&] { zvtest::withThreads(2, [&] { return zvhost::call(dbscan, 2, in.list()); }); }),
+                      "zvhost:Interrupted") << metric << " " << polls;
+            zvhost::interruptAfterPolls(0);
+        }
     }
 }
 
@@ -278,17 +349,15 @@ TEST(Dbscan, NestedDistanceErrorsReachTheCaller) {
     logical.data = zvhost::matrixOf<bool>(1, 3, {true, false, true});
     EXPECT_EQ(raisedId([&] { zvhost::call(dbscan, 2, logical.list()); }), "stats:pdist2bif:BadInputType");
     // An unknown metric computes zeros: every point is everyone's neighbour.
-    Inputs unknown = dataInputs<double>({0, 1, 5}, 1, 3, 1, 2, false, "xyz");
-    EXPECT_EQ(run(unknown).labels, (std::vector<double>{1, 1, 1}));
+    EXPECT_EQ(run(dataInputs<double>({0, 1, 5}, 1, 3, 1, 2, false, "xyz")).labels, (std::vector<double>{1, 1, 1}));
 }
 
 TEST(Dbscan, HostRouteCallsTheHostsPdist2OncePerQuery) {
     zvtest::LeakCheck leaks;
-    zvtest::HostPdist2 host;
+    HostPdist2 host;
     zvhost::resetCallLog();
     run(dataInputs<double>({0, 1, 2, 10}, 1, 4, 1, 2, true));
-    const auto calls = zvhost::callLog();
-    EXPECT_EQ(calls, std::vector<std::string>(4, "pdist2"));
+    EXPECT_EQ(zvhost::callLog(), std::vector<std::string>(4, "pdist2"));
     // The host's errors are the host's.
     zvhost::registerFunction("pdist2", [](int, ndArray**, int, const ndArray**) {
         ndErrMsgId(stats::silhouette::BadInputType());
@@ -297,14 +366,6 @@ TEST(Dbscan, HostRouteCallsTheHostsPdist2OncePerQuery) {
     // A function that sets no output: the point has no neighbours.
     zvhost::registerFunction("pdist2", [](int, ndArray**, int, const ndArray**) {});
     EXPECT_EQ(run(dataInputs<double>({0, 1}, 1, 2, 1, 1, true)).labels, (std::vector<double>{1, 2}));
-}
-
-// n larger than the data holds: the points beyond it have no distances.
-TEST(Dbscan, CountBeyondTheDataFindsNoNeighbours) {
-    zvtest::LeakCheck leaks;
-    Inputs in = dataInputs<double>({0, 1}, 1, 2, 1, 2);
-    in.n = zvhost::scalar(3);
-    EXPECT_EQ(run(in).labels, (std::vector<double>{1, 1, -1}));
 }
 
 }  // namespace

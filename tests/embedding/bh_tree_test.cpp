@@ -48,60 +48,45 @@ TEST(BHTree, TwoPointsSubdivideOnceWithChildrenNumberedByBits) {
     EXPECT_EQ(t.centerOfMass(0)[1], 0.375);
 }
 
-TEST(BHTree, RunningMeanFollowsTheInsertionOrder) {
+TEST(BHTree, RunningMeanAndDuplicates) {
     // m = 1/cumSize; mean = y m + mean (1 - m), in the order of the points.
     const std::vector<double> y{0.1, 0.7, 0.3};
     Built<double> b(y, 1, {0}, {1});
     double mean = 0;
-    for (int c = 1; c <= 3; ++c) {
-        const double m = 1.0 / c;
-        mean = y[c - 1] * m + mean * (1 - m);
-    }
+    for (int c = 1; c <= 3; ++c) mean = y[c - 1] * (1.0 / c) + mean * (1 - 1.0 / c);
     EXPECT_EQ(b.tree.centerOfMass(0)[0], mean);
     EXPECT_EQ(b.tree.node(0).cumSize, 3);
-}
-
-TEST(BHTree, DuplicatesAreCountedInOneLeafWithoutSubdivision) {
-    Built<double> b({0.2, 0.3, 0.2, 0.3, 0.2, 0.3}, 2, {0, 0}, {1, 1});
-    EXPECT_EQ(b.tree.numNodes(), 1u);
-    EXPECT_EQ(b.tree.node(0).cumSize, 3);
-    EXPECT_EQ(b.tree.node(0).index, 0);
-    EXPECT_EQ(b.accepted, (std::vector<bool>{true, true, true}));
-}
-
-TEST(BHTree, DuplicatesOfTheHeldPointStayBehindWhenItMovesDown) {
+    // Duplicates are counted in one leaf without subdivision.
+    Built<double> same({0.2, 0.3, 0.2, 0.3, 0.2, 0.3}, 2, {0, 0}, {1, 1});
+    EXPECT_EQ(same.tree.numNodes(), 1u);
+    EXPECT_EQ(same.tree.node(0).cumSize, 3);
+    EXPECT_EQ(same.tree.node(0).index, 0);
+    EXPECT_EQ(same.accepted, (std::vector<bool>{true, true, true}));
     // 0 and 1 coincide; 2 forces the split: only the held point moves down.
-    Built<double> b({0.5, 0.5, 0.5, 0.5, -0.5, -0.5}, 2, {0, 0}, {1, 1});
-    EXPECT_EQ(b.tree.node(0).cumSize, 3);
-    EXPECT_EQ(b.tree.node(1).cumSize, 1);
-    EXPECT_EQ(b.tree.node(1).index, 0);
-    EXPECT_EQ(b.tree.node(4).index, 2);
+    Built<double> split({0.5, 0.5, 0.5, 0.5, -0.5, -0.5}, 2, {0, 0}, {1, 1});
+    EXPECT_EQ(split.tree.node(0).cumSize, 3);
+    EXPECT_EQ(split.tree.node(1).cumSize, 1);
+    EXPECT_EQ(split.tree.node(1).index, 0);
+    EXPECT_EQ(split.tree.node(4).index, 2);
 }
 
-TEST(BHTree, APointOnASharedFaceGoesToTheFirstChildInOrder) {
-    // x = 0 lies on the face between children 0 (upper) and 1 (lower).
+TEST(BHTree, WhichPointsABoxTakes) {
+    // x = 0 lies on the face between children 0 (upper) and 1 (lower): child
+    // 0 takes both and splits again. A point on the outer face is inside too.
     Built<double> b({0.5, 0.5, 0.0, 0.5}, 2, {0, 0}, {1, 1});
-    EXPECT_EQ(b.tree.node(1).cumSize, 2);  // child 0 took both and split again
+    EXPECT_EQ(b.tree.node(1).cumSize, 2);
     EXPECT_EQ(b.tree.node(2).cumSize, 0);
-    // A point on the outer face of the root box is inside too.
-    Built<double> face({1.0, -1.0}, 2, {0, 0}, {1, 1});
-    EXPECT_TRUE(face.accepted[0]);
-}
-
-TEST(BHTree, APointOutsideTheBoxIsRefusedAndNotCounted) {
-    Built<double> b({0.5, 0.5, 1.5, 0.0, -0.5, -0.5}, 2, {0, 0}, {1, 1});
-    EXPECT_EQ(b.accepted, (std::vector<bool>{true, false, true}));
-    EXPECT_EQ(b.tree.node(0).cumSize, 2);
-    EXPECT_EQ(b.tree.centerOfMass(0)[0], 0.0);
-}
-
-TEST(BHTree, NonFiniteCoordinatesAreLeftOutSoTwoNaNsCannotSplitForever) {
-    Built<double> b({kNaN, 0.0, kNaN, 0.1, 0.5, 0.5, kInf, 0.0, 0.0, -kInf}, 2, {0, 0}, {1, 1});
-    EXPECT_EQ(b.accepted, (std::vector<bool>{false, false, true, false, false}));
-    EXPECT_EQ(b.tree.node(0).cumSize, 1);
-}
-
-TEST(BHTree, ANonFiniteRootBoxTakesNoPoint) {
+    EXPECT_TRUE((Built<double>({1.0, -1.0}, 2, {0, 0}, {1, 1}).accepted[0]));
+    // A point outside is refused and not counted.
+    Built<double> out({0.5, 0.5, 1.5, 0.0, -0.5, -0.5}, 2, {0, 0}, {1, 1});
+    EXPECT_EQ(out.accepted, (std::vector<bool>{true, false, true}));
+    EXPECT_EQ(out.tree.node(0).cumSize, 2);
+    EXPECT_EQ(out.tree.centerOfMass(0)[0], 0.0);
+    // Non-finite coordinates are left out, so that two NaNs cannot split forever.
+    Built<double> nan({kNaN, 0.0, kNaN, 0.1, 0.5, 0.5, kInf, 0.0, 0.0, -kInf}, 2, {0, 0}, {1, 1});
+    EXPECT_EQ(nan.accepted, (std::vector<bool>{false, false, true, false, false}));
+    EXPECT_EQ(nan.tree.node(0).cumSize, 1);
+    // A root box that is not finite takes no point.
     for (double bad : {kNaN, kInf}) {
         Built<double> w({0.5, 0.5, -0.5, -0.5}, 2, {0, 0}, {1, bad});
         EXPECT_EQ(w.accepted, (std::vector<bool>{false, false}));
