@@ -61,10 +61,15 @@ void setValueAt(ndArray* a, size_t i, double v) {
     else static_cast<double*>(ndGetData(a))[i] = v;
 }
 
+// Only dense real double or single arrays are read element by element here.
+bool isDenseFloating(const ndArray* a) {
+    return (ndGetClassID(a) == ndDOUBLE_CLASS || ndGetClassID(a) == ndSINGLE_CLASS) && !ndIsSparse(a) &&
+           !ndIsComplex(a);
+}
+
 // Rows of an n-by-p array as the columns of a p-by-n array of class cls.
 Owned observationsAsColumns(const ndArray* rows, ndClassID cls) {
-    if (ndGetClassID(rows) != ndDOUBLE_CLASS && ndGetClassID(rows) != ndSINGLE_CLASS)
-        detail::raise("zvhost:pdist:DataNotFloatingPoint");
+    if (!isDenseFloating(rows)) detail::raise("zvhost:pdist:DataNotFloatingPoint");
     const size_t n = ndGetM(rows), p = ndGetN(rows);
     Owned cols(ndCreateNumericMatrix(p, n, cls, ndREAL));
     for (size_t i = 0; i < n; ++i)
@@ -142,6 +147,10 @@ Owned metricParameter(const std::string& code, const ndArray* given, const ndArr
     const bool has = given && !ndIsEmpty(given);
     const ndClassID cls = ndGetClassID(reference);
     const size_t p = ndGetM(reference);
+    // A given weight vector or covariance is read as p or p*p numbers.
+    const size_t needed = code == "seu" ? p : code == "mah" ? p * p : 0;
+    if (has && needed && (!isDenseFloating(given) || ndGetNumberOfElements(given) < needed))
+        detail::raise("zvhost:pdist:BadParameter");
     if (code == "min") return has ? Owned(ndCreateDoubleScalar(ndGetScalar(given))) : nullptr;
     if (code == "seu") {
         std::vector<double> weights(p);

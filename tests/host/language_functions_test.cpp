@@ -147,6 +147,16 @@ TEST_F(LanguageFunctions, ErrorsAreTheHosts) {
     Owned x = zvhost::matrixOf<double>(2, 1, {0, 1});
     Owned unknown = zvhost::text("nosuchmetric");
     EXPECT_EQ(raisedId([&] { callByName("pdist", {x.get(), unknown.get()}); }), "zvhost:pdist:UnknownDistance");
+    // Only dense real data and parameters of the metric's size are read.
+    Owned none(zvhost::createSparse(2, 1, 0)), complex(zvhost::createComplexMatrix(2, 1));
+    Owned seu = zvhost::text("seuclidean"), mah = zvhost::text("mahalanobis"), oneScale = zvhost::scalar(2);
+    for (const ndArray* data : {none.get(), complex.get()}) {
+        EXPECT_EQ(raisedId([&] { callByName("pdist", {data}); }), "zvhost:pdist:DataNotFloatingPoint");
+        EXPECT_EQ(raisedId([&] { callByName("pdist2", {x.get(), data}); }), "zvhost:pdist:DataNotFloatingPoint");
+    }
+    Owned x2 = zvhost::matrixOf<double>(3, 2, {0, 1, 2, 3, 1, 0});
+    EXPECT_EQ(raisedId([&] { callByName("pdist", {x2.get(), seu.get(), oneScale.get()}); }), "zvhost:pdist:BadParameter");
+    EXPECT_EQ(raisedId([&] { callByName("pdist", {x2.get(), mah.get(), none.get()}); }), "zvhost:pdist:BadParameter");
     // Without a resolver the host cannot reach the library.
     zvhost::setGatewayResolver(nullptr, this);
     EXPECT_EQ(raisedId([&] { callByName("pdist", {x.get()}); }), "zvhost:NoGatewayForFunction");
