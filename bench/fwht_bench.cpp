@@ -129,13 +129,15 @@ void BM_StandardSinCos(benchmark::State& state) {
 
 // The floor of the expansion at one size, as it is judged: a fresh output of
 // m-by-2LS written once on every core, each value the standard cosine or
-// sine of its own angle (from a table of angles of the expansion's size, so
-// that nothing but the trigonometry and the writes costs).
+// sine of its own angle, read in order from a table of angles of the
+// expansion's size. The table is long (2^20): the branches inside sincos
+// depend on the angle, and a short table repeating within a column would let
+// the branch predictor learn them, which no real expansion allows.
 template <class T>
 void floorOf(benchmark::State& state, size_t m, size_t L, size_t S) {
     std::mt19937 gen(3);
     std::normal_distribution<double> normal(0.0, 15.0);
-    constexpr size_t kAngles = 4096;
+    constexpr size_t kAngles = size_t(1) << 20;
     std::vector<T> angle(kAngles);
     for (auto& v : angle) v = T(normal(gen));
     const size_t threads = std::max(1u, std::thread::hardware_concurrency());
@@ -151,7 +153,7 @@ void floorOf(benchmark::State& state, size_t m, size_t L, size_t S) {
                     T* cosines = p + (2 * block * L + j) * m;
                     T* sines = cosines + L * m;
                     for (size_t i = 0; i < m; ++i) {
-                        const T a = angle[(i + 7 * c) % kAngles];
+                        const T a = angle[(c * m + i) % kAngles];
                         cosines[i] = std::cos(a);
                         sines[i] = std::sin(a);
                     }
