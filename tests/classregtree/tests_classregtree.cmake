@@ -1,0 +1,2 @@
+zv_test_suite(classregtree_tests
+  classregtree/criteria_test.cpp)
