@@ -1,0 +1,467 @@
+// One predictor as a node sees it while it looks for its split: the node's
+// rows cleared of missing values, put in the order the predictor needs, the
+// candidate cuts, and the best of them. Nothing is inherited from the parent.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+#include <vector>
+
+#include <boost/sort/pdqsort/pdqsort.hpp>
+#include <boost/sort/spreadsort/float_sort.hpp>
+#include <boost/sort/spreadsort/integer_sort.hpp>
+
+#include "classregtree/split_evaluators.hpp"
+#include "classregtree/tree.hpp"
+#include "host/console.hpp"
+
+namespace zv::classregtree {
+
+enum class ColumnKind : int32_t { Numeric = 0, Nominal = 1, Binned = 2, Quartile = 3 };
+
+// Two predictor values are the same when both equal their midpoint: values
+// whose sum overflows are never the same, not even as themselves.
+template <class X>
+bool sameX(X a, X b) {
+    if constexpr (std::is_integral_v<X>) return a == b;
+    else {
+        const X m = (a + b) * X(0.5);
+        return a == m && b == m;
+    }
+}
+
+template <class X, class Y, class W>
+class IndexedColumn {
+public:
+    // Sorting pays for spreadsort's buckets only from this many rows on.
+    static constexpr size_t kSpreadsortRows = 1000;
+    // From this leaf size on only the middle of the order is needed.
+    static constexpr uint64_t kPartialSortLeaf = 100;
+
+    IndexedColumn(const TreeData<X, Y, W>& data, const Node<X, Y, W>& node, uint64_t predictor, bool curvature,
+                  bool interaction)
+        : data_(data), node_(node), predictor_(predictor), x_(data.column(predictor)),
+          numBins_(data.numBins[predictor]), minLeaf_(data.options.minLeaf), critParent_(node.risk_),
+          pParent_(node.correctedWeight_), pNotNan_(node.correctedWeight_) {
+        const bool categorical = data.isCategorical[predictor];
+        if (numBins_ >= 2) kind_ = ColumnKind::Binned;
+        else if (categorical) kind_ = ColumnKind::Nominal;
+        else if (data.options.quartileSearch && data.options.numSurrogates == 0 && !curvature && !interaction &&
+                 node.size_ > std::max<uint64_t>(20, 4 * minLeaf_))
+            kind_ = ColumnKind::Quartile;
+        else kind_ = ColumnKind::Numeric;
+    }
+
+    void init(const RowVector& rows);
+    void sort();
+    void divide();
+    void findBestSplit();
+    // Threshold halfway between the best division's value and the first
+    // different value stored behind it; "no cut point" without one.
+    X cutPoint() const;
+    RowPair splitRows() const;
+    // Regression over bins: sums of w, w*y, w*y*y on each side of the best cut.
+    void binnedChildStats(std::array<W, 3>& left, std::array<W, 3>& right) const;
+
+    ColumnKind kind() const { return kind_; }
+    uint64_t predictor() const { return predictor_; }
+    const RowVector& nanRows() const { return nanRows_; }
+    size_t rowsInPlay() const { return rows_->size(); }
+
+    W gain_ = std::numeric_limits<W>::lowest();
+    int64_t cutBinLeft_ = -1, cutBinRight_ = -1;
+    int64_t bestDivision_ = -1;
+
+private:
+    struct Entry {
+        X x;
+        uint64_t row;
+    };
+
+    bool missing(X v) const { return isMissing(v, numBins_); }
+    uint64_t binOf(X v) const { return uint64_t(v); }
+    Y yAt(size_t position) const { return data_.y[(*rows_)[position]]; }
+    void sortEntries(Entry* first, Entry* last);
+    void fillFromEntries(const std::vector<Entry>& entries);
+    std::vector<Entry> entries() const;
+    void divideNumeric();
+    void divideQuartile();
+    void divideBinned();
+    template <class Evaluator>
+    W scanDivisions(Evaluator& evaluator);
+    template <class Evaluator, class AddBin>
+    W scanBins(Evaluator& evaluator, AddBin&& addBin);
+    bool printsAt(uint64_t level) const { return data_.options.verbose > level; }
+
+    const TreeData<X, Y, W>& data_;
+    const Node<X, Y, W>& node_;
+    uint64_t predictor_;
+    const X* x_;
+    ColumnKind kind_;
+    uint64_t numBins_, minLeaf_;
+    bool sorted_ = false, divided_ = false, searched_ = false;
+    RowVector ownedRows_;
+    const RowVector* rows_ = nullptr;
+    RowVector nanRows_;
+    std::vector<X> xs_;  // x of each position of *rows_ once ordered
+    std::vector<uint64_t> divisions_;
+    std::vector<uint64_t> binIds_, binCounts_;
+    std::vector<W> binClassWeights_, binSumW_, binSumWY_, binSumWY2_;
+    std::vector<W> notNanClassWeight_;
+    W critParent_, pParent_, pNotNan_;
+};
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::init(const RowVector& rows) {
+    if (!data_.xHasNaN && kind_ == ColumnKind::Binned) {
+        rows_ = &rows;  // binned columns without missing data share the node's rows unordered
+        return;
+    }
+    ownedRows_ = rows;
+    const auto firstMissing = std::stable_partition(ownedRows_.begin(), ownedRows_.end(),
+                                                    [&](uint64_t r) { return !missing(x_[r]); });
+    nanRows_.assign(firstMissing, ownedRows_.end());
+    ownedRows_.erase(firstMissing, ownedRows_.end());
+    rows_ = &ownedRows_;
+    if (nanRows_.empty()) return;
+    if (data_.isRegression()) {
+        pNotNan_ = 0;
+        for (uint64_t r : ownedRows_) pNotNan_ += data_.w[r];
+    } else {
+        notNanClassWeight_.assign(data_.numClasses, W(0));
+        for (uint64_t r : ownedRows_) notNanClassWeight_[data_.classIndex[r]] += data_.w[r];
+        std::vector<W> corrected(data_.numClasses);
+        data_.classCrit->correct(notNanClassWeight_, corrected);
+        pNotNan_ = classSum<W>(corrected);
+    }
+    if (printsAt(2)) hostPrintf("pParent = %g   Pnotnan = %g\n", double(pParent_), double(pNotNan_));
+    // The gain of a column with missing rows is measured against its share of the node.
+    critParent_ = (pNotNan_ / pParent_) * critParent_;
+}
+
+template <class X, class Y, class W>
+std::vector<typename IndexedColumn<X, Y, W>::Entry> IndexedColumn<X, Y, W>::entries() const {
+    std::vector<Entry> e(rows_->size());
+    for (size_t i = 0; i < e.size(); ++i) e[i] = {x_[(*rows_)[i]], (*rows_)[i]};
+    return e;
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::fillFromEntries(const std::vector<Entry>& e) {
+    xs_.resize(e.size());
+    for (size_t i = 0; i < e.size(); ++i) {
+        ownedRows_[i] = e[i].row;
+        xs_[i] = e[i].x;
+    }
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::sortEntries(Entry* first, Entry* last) {
+    const auto byX = [](const Entry& a, const Entry& b) { return a.x < b.x; };
+    if (size_t(last - first) < kSpreadsortRows) {
+        boost::sort::pdqsort(first, last, byX);
+    } else if constexpr (std::is_integral_v<X>) {
+        boost::sort::spreadsort::integer_sort(first, last, [](const Entry& e, unsigned shift) { return e.x >> shift; },
+                                              byX);
+    } else {
+        using Bits = std::conditional_t<sizeof(X) == 4, int32_t, int64_t>;
+        boost::sort::spreadsort::float_sort(
+            first, last,
+            [](const Entry& e, unsigned shift) { return boost::sort::spreadsort::float_mem_cast<X, Bits>(e.x) >> shift; },
+            byX);
+    }
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::sort() {
+    sorted_ = true;
+    if (kind_ == ColumnKind::Binned || kind_ == ColumnKind::Quartile) return;
+    const size_t n = rows_->size(), m = minLeaf_;
+    if (n < 2 * m) return;
+    std::vector<Entry> e = entries();
+    const auto byX = [](const Entry& a, const Entry& b) { return a.x < b.x; };
+    if (kind_ != ColumnKind::Nominal && m >= kPartialSortLeaf && data_.options.numSurrogates == 0) {
+        // The first and last m positions hold the right rows, unordered inside.
+        std::nth_element(e.begin(), e.begin() + (m - 1), e.end(), byX);
+        std::nth_element(e.begin() + m, e.begin() + (n - m), e.end(), byX);
+        sortEntries(e.data() + m, e.data() + (n - m));
+    } else {
+        sortEntries(e.data(), e.data() + n);
+    }
+    fillFromEntries(e);
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divide() {
+    switch (kind_) {
+    case ColumnKind::Numeric: if (divisions_.empty()) divideNumeric(); break;
+    case ColumnKind::Quartile: if (divisions_.empty()) divideQuartile(); break;
+    case ColumnKind::Binned: if (binIds_.empty() && numBins_ >= 2) divideBinned(); break;
+    case ColumnKind::Nominal: break;  // categorical levels are not searched yet
+    }
+}
+
+// Candidates are only the positions where the response can change, or
+// where that cannot be excluded; every one lies at a change of x.
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divideNumeric() {
+    const size_t n = rows_->size(), m = std::max<uint64_t>(minLeaf_, 1);
+    if (n < 2 * m || xs_.size() != n) return;
+    const auto& x = xs_;
+    const auto addDivision = [&](size_t d) {
+        if (divisions_.empty() || d > divisions_.back()) divisions_.push_back(d);
+    };
+    if (sameX(x[0], x[n - 1])) return;
+    size_t i, lastCut;
+    X lastX;
+    bool headEqual = true;
+    for (size_t k = 0; k < m && headEqual; ++k) headEqual = yAt(k) == yAt(k + 1);
+    if (headEqual) {
+        i = m;
+        lastCut = m - 1;
+        lastX = x[m - 1];
+    } else {
+        size_t q = m;
+        while (q <= n - m && sameX(x[q], x[m - 1])) ++q;
+        if (q > n - m) return;
+        addDivision(q - 1);
+        i = lastCut = q;
+        lastX = x[q];
+    }
+    bool pending = false;
+    while (i < n - m) {
+        const X x0 = x[i], x1 = x[i + 1];
+        if (pending || yAt(i) != yAt(i + 1)) {
+            if (!sameX(x0, x1)) {
+                addDivision(i);
+                lastCut = i + 1;
+                lastX = x1;
+                pending = false;
+            } else if (!sameX(lastX, x1)) {
+                addDivision(lastCut);
+                lastCut = i + 1;
+                lastX = x1;
+                pending = false;
+            } else {
+                pending = true;
+            }
+        } else if (!sameX(x0, x1)) {
+            lastCut = i;
+            lastX = x0;
+        }
+        ++i;
+    }
+    bool tailEqual = true;
+    for (size_t k = n - m; k + 1 < n && tailEqual; ++k) tailEqual = yAt(k) == yAt(k + 1);
+    if (!tailEqual) {
+        // The tail division may leave fewer than minLeaf rows on the left of it.
+        const size_t lower = divisions_.empty() ? 0 : divisions_.back() + 1;
+        for (size_t t = n - m + 1; t-- > lower;) {
+            if (!sameX(x[t], x[n - m])) {
+                addDivision(t);
+                break;
+            }
+        }
+    }
+    if (!divisions_.empty() && x[divisions_.front()] < std::numeric_limits<X>::lowest())
+        divisions_.erase(divisions_.begin());
+}
+
+// Three selections instead of a sort; a division's left set is a set of
+// rows, not a closed range of x.
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divideQuartile() {
+    std::vector<Entry> e = entries();
+    const size_t n = e.size(), q = n / 4;
+    if (q == 0) return;
+    const auto byX = [](const Entry& a, const Entry& b) { return a.x < b.x; };
+    std::nth_element(e.begin(), e.begin() + q, e.end(), byX);
+    X low = e[0].x;
+    for (size_t k = 1; k <= q; ++k) low = std::min(low, e[k].x);
+    const bool first = !sameX(e[q].x, low);
+    std::nth_element(e.begin() + q, e.begin() + 2 * q, e.end(), byX);
+    const bool second = !sameX(e[2 * q].x, e[q].x);
+    std::nth_element(e.begin() + 2 * q, e.begin() + 3 * q, e.end(), byX);
+    X high = e[n - 1].x;
+    for (size_t k = 3 * q + 1; k < n; ++k) high = std::max(high, e[k].x);
+    const bool third = !sameX(e[3 * q].x, e[2 * q].x) && !sameX(e[3 * q].x, high);
+    fillFromEntries(e);
+    if (first) divisions_.push_back(q);
+    if (second) divisions_.push_back(2 * q);
+    if (third) divisions_.push_back(3 * q);
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divideBinned() {
+    const size_t K = data_.numClasses;
+    const bool regression = data_.isRegression();
+    std::vector<uint64_t> counts(numBins_, 0);
+    std::vector<W> classWeights(regression ? 0 : numBins_ * K, W(0)), sumW, sumWY, sumWY2;
+    if (regression) sumW.assign(numBins_, W(0)), sumWY.assign(numBins_, W(0)), sumWY2.assign(numBins_, W(0));
+    for (uint64_t r : *rows_) {
+        const uint64_t b = binOf(x_[r]);
+        ++counts[b];
+        if (regression) {
+            sumW[b] += data_.w[r];
+            sumWY[b] += data_.wy[2 * r];
+            sumWY2[b] += data_.wy[2 * r + 1];
+        } else {
+            classWeights[b * K + data_.classIndex[r]] += data_.w[r];
+        }
+    }
+    for (uint64_t b = 0; b < numBins_; ++b) {
+        if (counts[b] == 0) continue;
+        binIds_.push_back(b);
+        binCounts_.push_back(counts[b]);
+        if (regression) {
+            binSumW_.push_back(sumW[b]);
+            binSumWY_.push_back(sumWY[b]);
+            binSumWY2_.push_back(sumWY2[b]);
+        } else {
+            binClassWeights_.insert(binClassWeights_.end(), classWeights.begin() + b * K,
+                                    classWeights.begin() + (b + 1) * K);
+        }
+    }
+}
+
+template <class X, class Y, class W>
+template <class Evaluator>
+W IndexedColumn<X, Y, W>::scanDivisions(Evaluator& evaluator) {
+    W best = std::numeric_limits<W>::max();
+    const uint64_t* rows = rows_->data();
+    size_t next = 0;
+    for (uint64_t d : divisions_) {
+        evaluator.add(rows + next, rows + d + 1);
+        next = d + 1;
+        W value;
+        const KidsState state = evaluator.evaluate(value);
+        if (state == KidsState::LeftEmpty) continue;
+        if (state == KidsState::RightEmpty) break;
+        if (printsAt(3))
+            hostPrintf("  critFromKids %13.10g   at split (lower) = %13.10g\n", double(value), double(xs_[d]));
+        // Strictly below: among equal values the lowest division stays.
+        if (value < best) {
+            best = value;
+            bestDivision_ = int64_t(d);
+        }
+    }
+    return best;
+}
+
+template <class X, class Y, class W>
+template <class Evaluator, class AddBin>
+W IndexedColumn<X, Y, W>::scanBins(Evaluator& evaluator, AddBin&& addBin) {
+    W best = std::numeric_limits<W>::max();
+    const uint64_t total = rows_->size();
+    uint64_t leftCount = 0;
+    for (size_t b = 0; b + 1 < binIds_.size(); ++b) {
+        leftCount += binCounts_[b];
+        const uint64_t rightCount = total - leftCount;
+        addBin(b);
+        W value;
+        const KidsState state = evaluator.evaluate(value);
+        if (rightCount < minLeaf_) break;
+        if (leftCount < minLeaf_ || state == KidsState::LeftEmpty) continue;
+        if (state == KidsState::RightEmpty) break;
+        if (printsAt(3)) hostPrintf("  critFromKids %13.10g   at bin %10i\n", double(value), int(binIds_[b]));
+        if (value < best) {
+            best = value;
+            cutBinLeft_ = int64_t(binIds_[b]);
+            cutBinRight_ = int64_t(binIds_[b + 1]);
+        }
+    }
+    return best;
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::findBestSplit() {
+    if (searched_) return;
+    searched_ = true;
+    const uint64_t m = minLeaf_;
+    if (!divided_) {
+        if (!sorted_) sort();
+        if (rows_->size() >= 2 * m) divide();
+        divided_ = true;
+    }
+    gain_ = std::numeric_limits<W>::lowest();
+    if (!(pNotNan_ > 0)) return;
+    if (printsAt(2)) hostPrintf("critParent_ = %g\n", double(critParent_));
+    if (rows_->size() < 2 * m) return;
+    const bool binned = kind_ == ColumnKind::Binned;
+    if (binned ? binIds_.empty() : divisions_.empty()) return;
+    const bool someMissing = !nanRows_.empty();
+    W bestKids;
+    if (data_.isRegression()) {
+        const W total = someMissing ? pNotNan_ : node_.weight_;
+        if (!(total > 0)) return;
+        W totalW = node_.weight_, totalWY = node_.sumWY_, totalWY2 = node_.sumWY2_;
+        if (someMissing) {
+            totalW = totalWY = totalWY2 = 0;
+            for (uint64_t r : *rows_) {
+                totalW += data_.w[r];
+                totalWY += data_.wy[2 * r];
+                totalWY2 += data_.wy[2 * r + 1];
+            }
+        }
+        RegressionSplitCriterionEvaluator<W> evaluator(data_.w, data_.wy, totalW, totalWY, totalWY2);
+        bestKids = binned ? scanBins(evaluator,
+                                     [&](size_t b) { evaluator.addSums(binSumW_[b], binSumWY_[b], binSumWY2_[b]); })
+                          : scanDivisions(evaluator);
+    } else {
+        const std::span<const W> total(someMissing ? notNanClassWeight_.data() : node_.classWeight_.data(),
+                                       data_.numClasses);
+        if (!(classSum(total) > 0)) return;
+        ClassificationSplitCriterionEvaluator<W> evaluator(*data_.classCrit, data_.classIndex, data_.w, total);
+        const size_t K = data_.numClasses;
+        bestKids = binned ? scanBins(evaluator, [&](size_t b) { evaluator.addClassWeights(&binClassWeights_[b * K]); })
+                          : scanDivisions(evaluator);
+    }
+    // A column without a valid candidate cannot win.
+    if (bestDivision_ < 0 && cutBinLeft_ < 0) return;
+    gain_ = critParent_ - bestKids;
+    if (printsAt(2)) hostPrintf("   gain = %13.10g\n", double(gain_));
+}
+
+template <class X, class Y, class W>
+X IndexedColumn<X, Y, W>::cutPoint() const {
+    if (bestDivision_ < 0) return noCutPoint<X>();
+    const size_t d = size_t(bestDivision_);
+    for (size_t k = d + 1; k < xs_.size(); ++k)
+        if (!sameX(xs_[k], xs_[d])) {
+            if constexpr (std::is_integral_v<X>) return X((double(xs_[k]) + double(xs_[d])) * 0.5);
+            else return (xs_[k] + xs_[d]) * X(0.5);
+        }
+    return noCutPoint<X>();
+}
+
+template <class X, class Y, class W>
+RowPair IndexedColumn<X, Y, W>::splitRows() const {
+    RowPair kids;
+    const RowVector& rows = *rows_;
+    if (kind_ == ColumnKind::Binned) {
+        if (cutBinLeft_ < 0) return kids;
+        for (uint64_t r : rows) {
+            if (missing(x_[r])) continue;
+            (binOf(x_[r]) <= uint64_t(cutBinLeft_) ? kids.first : kids.second).push_back(r);
+        }
+    } else if (bestDivision_ >= 0) {
+        kids.first.assign(rows.begin(), rows.begin() + bestDivision_ + 1);
+        kids.second.assign(rows.begin() + bestDivision_ + 1, rows.end());
+    }
+    return kids;
+}
+
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::binnedChildStats(std::array<W, 3>& left, std::array<W, 3>& right) const {
+    left = right = {W(0), W(0), W(0)};
+    for (size_t b = 0; b < binIds_.size(); ++b) {
+        auto& side = int64_t(binIds_[b]) < cutBinRight_ ? left : right;
+        side[0] += binSumW_[b];
+        side[1] += binSumWY_[b];
+        side[2] += binSumWY2_[b];
+    }
+}
+
+}  // namespace zv::classregtree

@@ -1,0 +1,366 @@
+// Breadth-first growth: every node of a layer is offered a split on its own
+// (in parallel), and only then does the tree decide which candidates it keeps,
+// so a split budget cuts the weakest of the last layer and nodes are numbered
+// in layer order.
+#pragma once
+
+#include <algorithm>
+#include <deque>
+#include <optional>
+
+#include <tbb/parallel_for.h>
+
+#include "classregtree/fault_probe.hpp"
+#include "classregtree/indexed_column.hpp"
+#include "classregtree/tree.hpp"
+#include "frame/checked.hpp"
+#include "frame/limits.hpp"
+#include "frame/message_ids.hpp"
+#include "host/console.hpp"
+#include "host/randstream.hpp"
+
+namespace zv::classregtree {
+
+template <class X, class Y, class W>
+Node<X, Y, W>::Node(uint64_t numClasses)
+    : classCount_(numClasses, W(0)), classProb_(numClasses, W(0)), classWeight_(numClasses, W(0)) {}
+
+template <class X, class Y, class W>
+void Node<X, Y, W>::init(const TreeData<X, Y, W>& data, const RowVector& rows, const W* stats) {
+    size_ = rows.size();
+    std::vector<W> corrected;
+    if (data.isRegression()) {
+        classProb_[0] = 1;
+        classCount_[0] = W(size_);
+        if (stats && stats[0] > 0) {
+            weight_ = stats[0];
+            sumWY_ = stats[1];
+            sumWY2_ = stats[2];
+        } else {
+            weight_ = sumWY_ = sumWY2_ = 0;
+            for (uint64_t r : rows) {
+                weight_ += data.w[r];
+                sumWY_ += data.wy[2 * r];
+                sumWY2_ += data.wy[2 * r + 1];
+            }
+        }
+        value_ = rows.empty() ? std::numeric_limits<W>::quiet_NaN() : sumWY_ / weight_;
+        correctedWeight_ = weight_;
+        risk_ = data.regCrit->parentAboutMean(data.y, data.w, rows, value_);
+    } else {
+        const size_t K = data.numClasses;
+        std::fill(classProb_.begin(), classProb_.end(), W(0));
+        std::fill(classCount_.begin(), classCount_.end(), W(0));
+        for (uint64_t r : rows) {
+            classProb_[data.classIndex[r]] += data.w[r];
+            classCount_[data.classIndex[r]] += 1;
+        }
+        classWeight_ = classProb_;
+        weight_ = classSum<W>(classProb_);
+        for (W& p : classProb_) p /= weight_;
+        // The most probable class; the lowest index among equals.
+        size_t best = 0;
+        for (size_t c = 1; c < K; ++c)
+            if (classProb_[c] > classProb_[best]) best = c;
+        value_ = W(best);
+        corrected.resize(K);
+        for (size_t c = 0; c < K; ++c) corrected[c] = classProb_[c] * weight_;
+        data.classCrit->correct(corrected, corrected);
+        risk_ = data.classCrit->parent(corrected);
+        correctedWeight_ = classSum<W>(corrected);
+    }
+    if (data.options.verbose == 0) return;
+    hostPrintf("  NodeProb = %g\n", double(weight_));
+    hostPrintf("  Corrected NodeProb = %g\n", double(correctedWeight_));
+    hostPrintf("  ClassProb: ");
+    for (W p : classProb_) hostPrintf(" %g", double(p));
+    hostPrintf("\n");
+    if (!data.isRegression()) {
+        hostPrintf("  Corrected ClassProb: ");
+        for (W p : corrected) hostPrintf(" %g", double(p));
+        hostPrintf("\n");
+    }
+    hostPrintf("  NodeRisk = %g\n", double(risk_));
+}
+
+template <class X, class Y, class W>
+void Node<X, Y, W>::unsplit() {
+    cutPoint_ = noCutPoint<X>();
+    cutCategoriesLeft_ = {};
+    cutCategoriesRight_ = {};
+    gain_ = 0;
+    cutVar_ = cutBinLeft_ = cutBinRight_ = -1;
+    surrogateVars_.clear();
+    surrogateBins_.clear();
+    surrogateCutPoints_.clear();
+    surrogateCategories_.clear();
+    surrogateFlips_.clear();
+    surrogateGains_.clear();
+    surrogateAssociations_.clear();
+}
+
+template <class X, class Y, class W>
+void Node<X, Y, W>::resetToFresh() {
+    unsplit();
+    size_ = id_ = 0;
+    parent_ = -1;
+    left_ = right_ = 0;
+    weight_ = correctedWeight_ = value_ = 0;
+    std::fill(classCount_.begin(), classCount_.end(), W(0));
+    std::fill(classProb_.begin(), classProb_.end(), W(0));
+    std::fill(classWeight_.begin(), classWeight_.end(), W(0));
+    sumWY_ = sumWY2_ = std::numeric_limits<W>::quiet_NaN();
+    risk_ = std::numeric_limits<W>::quiet_NaN();
+    curvaturePValues_.clear();
+    interactionPValues_.clear();
+    hasUnroutedRows_ = false;
+    unroutedRows_.clear();
+    leftStats_ = rightStats_ = {W(0), W(0), W(0)};
+}
+
+template <class X, class Y, class W>
+RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const RowVector& rows, const double* predictors) {
+    const TreeOptions& o = data.options;
+    if (!(correctedWeight_ > 0) || size_ < o.minParent) return {};
+    if (data.isRegression()) {
+        if (risk_ < riskThreshold_) return {};
+    } else {
+        const auto nonZero = std::count_if(classCount_.begin(), classCount_.end(), [](W c) { return c != 0; });
+        if (nonZero <= 1) return {};
+    }
+    const size_t listed = std::min(o.numVarsToSample, data.P);
+    std::vector<uint64_t> list(listed);
+    for (size_t k = 0; k < listed; ++k)
+        list[k] = predictors ? std::min(checked::toSize(predictors[k] - 1), size_t(data.P - 1)) : k;
+    bool curvature = o.curvature && listed >= 2 && double(size_) >= std::max(double(data.numClasses) + 1, 2.0 * double(o.minLeaf));
+    bool interaction = curvature && o.interaction;
+
+    std::vector<std::optional<IndexedColumn<X, Y, W>>> columns(listed);
+    const auto search = [&](size_t k) {
+        auto& column = columns[k].emplace(data, *this, list[k], curvature, interaction);
+        column.init(rows);
+        pollInterrupt(data.interrupt);
+        if (o.verbose > 1) hostPrintf("Sorting variable %i...\n", int(list[k]));
+        column.sort();
+        if (column.rowsInPlay() >= 2 * o.minLeaf) {
+            if (o.verbose > 1) hostPrintf("Dividing variable %i...\n", int(list[k]));
+            column.divide();
+        }
+        probeSite("classregtree_ColumnOperator", data.interrupt);
+        pollInterrupt(data.interrupt);
+        if (o.verbose > 1) hostPrintf("Performing exhaustive search on variable %i...\n", int(list[k]));
+        column.findBestSplit();
+        probeSite("classregtree_ColumnSplitter", data.interrupt);
+    };
+    if (data.parallelColumns && listed >= 2)
+        tbb::parallel_for(size_t(0), listed, search);
+    else
+        for (size_t k = 0; k < listed; ++k) search(k);
+
+    // The first column in list order with the strictly largest gain; there is no minimum gain.
+    IndexedColumn<X, Y, W>* winner = nullptr;
+    W bestGain = std::numeric_limits<W>::lowest();
+    for (auto& column : columns)
+        if (column->gain_ > bestGain) {
+            bestGain = column->gain_;
+            winner = &*column;
+        }
+    if (!winner) return {};
+    RowPair kids = winner->splitRows();
+    if (kids.first.empty() || kids.second.empty()) return {};
+    cutBinLeft_ = winner->cutBinLeft_;
+    cutBinRight_ = winner->cutBinRight_;
+    cutPoint_ = winner->cutPoint();
+    cutVar_ = int64_t(winner->predictor());
+    gain_ = winner->gain_;
+    if (!data.xHasNaN && winner->kind() == ColumnKind::Binned && data.isRegression())
+        winner->binnedChildStats(leftStats_, rightStats_);
+    if (!winner->nanRows().empty()) {
+        hasUnroutedRows_ = true;
+        unroutedRows_ = winner->nanRows();
+    }
+    return kids;
+}
+
+template <class X, class Y, class W>
+void Tree<X, Y, W>::refreshResponse() {
+    if (data_.regCrit) {
+        wy_.resize(2 * data_.N);
+        for (uint64_t i = 0; i < data_.N; ++i) {
+            const W wy = data_.w[i] * W(data_.y[i]);
+            wy_[2 * i] = wy;
+            wy_[2 * i + 1] = wy * W(data_.y[i]);
+        }
+        data_.wy = wy_.data();
+        classIndex_.assign(data_.N, 0);
+    } else {
+        classIndex_.resize(data_.N);
+        // A class index past the largest representable class saturates, NaN is class 0.
+        for (uint64_t i = 0; i < data_.N; ++i)
+            classIndex_[i] = std::min(checked::toSize(double(data_.y[i])), size_t(data_.numClasses - 1));
+    }
+    data_.classIndex = classIndex_.data();
+}
+
+template <class X, class Y, class W>
+void Tree<X, Y, W>::init() {
+    if (data_.classCrit) {
+        double largest = 0;
+        for (uint64_t i = 0; i < data_.N; ++i) largest = std::max(largest, double(data_.y[i]));
+        data_.numClasses = std::min<uint64_t>(checked::toSize(largest), kMaxElementCountWord) + 1;
+    } else if (data_.regCrit) {
+        data_.numClasses = 1;
+    } else {
+        ndErrMsgId(stats::classreg::learning::treeutils::Tree::init::BadCrit());
+    }
+    refreshResponse();
+}
+
+template <class X, class Y, class W>
+void Tree<X, Y, W>::reset() {
+    refreshResponse();
+    for (auto& node : nodes_) node.resetToFresh();
+    freshNodes_ = false;
+}
+
+template <class X, class Y, class W>
+void Tree<X, Y, W>::leafFit(const Node<X, Y, W>& node, const RowVector& rows, W* fit, bool fitIsScores) const {
+    if (!fit) return;
+    const size_t K = data_.numClasses;
+    for (uint64_t r : rows) {
+        if (fitIsScores) std::copy(node.classProb_.begin(), node.classProb_.end(), fit + r * K);
+        else fit[r] = node.value_;
+    }
+}
+
+template <class X, class Y, class W>
+void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
+    TreeOptions& o = data_.options;
+    const double relativeTolerance = o.relativeTolerance;
+    W riskThreshold = 0;
+    if (data_.regCrit) riskThreshold = W(relativeTolerance) * data_.regCrit->parent(data_.y, data_.w, rows);
+
+    // Nodes are laid out once by an estimate and at least doubled afterwards.
+    uint64_t estimate = 1;
+    if (rows.size() > o.minParent) {
+        const uint64_t e = (2 * (rows.size() - o.minParent) / 3) / std::max<uint64_t>(o.minLeaf, 1);
+        const uint64_t bySplits = o.maxSplits >= (uint64_t(1) << 40) ? e : 2 * o.maxSplits + 1;
+        estimate = std::max<uint64_t>(std::min(e, bySplits), 1);
+    }
+    data_.parallelColumns = (!data_.classCrit || data_.classCrit->isThreadSafe()) && o.verbose == 0;
+    data_.xHasNaN = false;
+    for (uint64_t p = 0; p < data_.P && !data_.xHasNaN; ++p) {
+        const X* column = data_.column(p);
+        for (uint64_t i = 0; i < data_.N; ++i)
+            if (isMissing(column[i], data_.numBins[p])) {
+                data_.xHasNaN = true;
+                break;
+            }
+    }
+
+    std::deque<RowVector> rowQueue;
+    rowQueue.push_back(rows);
+    if (freshNodes_) {
+        Node<X, Y, W> prototype(data_.numClasses);
+        prototype.riskThreshold_ = riskThreshold;
+        prototype.init(data_, rows, nullptr);
+        nodes_.assign(estimate, prototype);
+    } else {
+        nodes_[0].init(data_, rows, nullptr);
+        for (auto& node : nodes_) node.riskThreshold_ = riskThreshold;
+    }
+    numNodes_ = 1;
+    const Node<X, Y, W> prototype = nodes_[0];
+    const bool runSerially = !data_.parallelColumns || o.serial;
+
+    uint64_t layerStart = 0, layerWidth = 1, numSplits = 0, layer = 0;
+    const bool sampling = o.numVarsToSample < data_.P;
+    std::vector<double> predictorBuffer;
+    while (layerWidth > 0 && numSplits < o.maxSplits) {
+        if (sampling) {
+            // Every draw happens here, on the calling thread, also for nodes that will not split.
+            predictorBuffer.resize(layerWidth * o.numVarsToSample);
+            for (uint64_t slot = 0; slot < layerWidth; ++slot)
+                randstream::randkpermFcn(data_.stream, predictorBuffer.data() + slot * o.numVarsToSample, o.numVarsToSample,
+                                         double(data_.P));
+        }
+        if (o.verbose)
+            hostPrintf("\nProcessing layer %i with maximal number of splits %i...\n", int(layer), int(layerWidth));
+        std::vector<RowPair> childRows(layerWidth);
+        std::vector<uint8_t> isSplit(layerWidth, 0);
+        const auto splitSlot = [&](uint64_t slot) {
+            Node<X, Y, W>& node = nodes_[layerStart + slot];
+            const double* predictors = sampling ? predictorBuffer.data() + slot * o.numVarsToSample : nullptr;
+            RowPair kids = node.split(data_, rowQueue[slot], predictors);
+            if (!kids.first.empty() && !kids.second.empty()) {
+                isSplit[slot] = 1;
+                childRows[slot] = std::move(kids);
+            }
+            probeSite("classregtree_Tree_inside_layer", data_.interrupt);
+        };
+        if (runSerially) {
+            for (uint64_t slot = 0; slot < layerWidth; ++slot) {
+                if (o.verbose > 0) hostPrintf("    Splitting node %i...\n", int(layerStart + slot));
+                splitSlot(slot);
+            }
+        } else {
+            tbb::parallel_for(tbb::blocked_range<uint64_t>(0, layerWidth, 1), [&](const auto& range) {
+                for (uint64_t slot = range.begin(); slot != range.end(); ++slot) splitSlot(slot);
+            });
+        }
+        probeSite("classregtree_Tree_after_layer_completed");
+
+        std::vector<uint64_t> candidates;  // slots, in slot order
+        for (uint64_t slot = 0; slot < layerWidth; ++slot) {
+            if (isSplit[slot]) candidates.push_back(slot);
+            else leafFit(nodes_[layerStart + slot], rowQueue[slot], fit, fitIsScores);
+        }
+        if (o.verbose) hostPrintf("    Found %i split candidates.\n", int(candidates.size()));
+        const uint64_t remaining = o.maxSplits - numSplits;
+        if (candidates.size() > remaining) {
+            if (o.verbose) hostPrintf("    Will keep only %i splits.\n", int(remaining));
+            // The largest gains stay; among equal gains the earlier slot.
+            std::stable_sort(candidates.begin(), candidates.end(), [&](uint64_t a, uint64_t b) {
+                return nodes_[layerStart + a].gain_ > nodes_[layerStart + b].gain_;
+            });
+            for (size_t k = remaining; k < candidates.size(); ++k) {
+                Node<X, Y, W>& node = nodes_[layerStart + candidates[k]];
+                if (o.verbose > 1) hostPrintf("Un-splitting node %i.\n", int(layerStart + candidates[k]));
+                node.unsplit();
+                leafFit(node, rowQueue[candidates[k]], fit, fitIsScores);
+            }
+            candidates.resize(remaining);
+            std::sort(candidates.begin(), candidates.end());
+        }
+        for (uint64_t k = 0; k < layerWidth; ++k) rowQueue.pop_front();
+        for (uint64_t slot : candidates) {
+            if (nodes_.size() < numNodes_ + 2)
+                nodes_.resize(nodes_.size() + std::max<size_t>(nodes_.size(), numNodes_ + 2 - nodes_.size()), prototype);
+            Node<X, Y, W>& parent = nodes_[layerStart + slot];
+            if (fit && parent.hasUnroutedRows_) leafFit(parent, parent.unroutedRows_, fit, fitIsScores);
+            RowPair& kids = childRows[slot];
+            rowQueue.push_back(std::move(kids.first));
+            rowQueue.push_back(std::move(kids.second));
+            parent.left_ = numNodes_;
+            parent.right_ = numNodes_ + 1;
+            const bool passStats = data_.regCrit && !data_.xHasNaN;
+            for (uint64_t side = 0; side < 2; ++side) {
+                Node<X, Y, W>& child = nodes_[numNodes_ + side];
+                child.id_ = numNodes_ + side;
+                child.parent_ = int64_t(layerStart + slot);
+                const auto& stats = side == 0 ? parent.leftStats_ : parent.rightStats_;
+                child.init(data_, rowQueue[rowQueue.size() - 2 + side], passStats ? stats.data() : nullptr);
+            }
+            numNodes_ += 2;
+        }
+        numSplits += candidates.size();
+        layerStart += layerWidth;
+        layerWidth = 2 * candidates.size();
+        ++layer;
+    }
+    if (fit)
+        for (size_t k = 0; k < rowQueue.size(); ++k) leafFit(nodes_[layerStart + k], rowQueue[k], fit, fitIsScores);
+    nodes_.resize(numNodes_, prototype);
+}
+
+}  // namespace zv::classregtree
