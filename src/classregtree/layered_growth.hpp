@@ -62,7 +62,14 @@ void Node<X, Y, W>::init(const TreeData<X, Y, W>& data, const RowVector& rows, c
         size_t best = 0;
         for (size_t c = 1; c < K; ++c)
             if (classProb_[c] > classProb_[best]) best = c;
-        value_ = W(best);
+        value_ = W(data.classOut(best));
+        if (!(classProb_[best] > 0)) {
+            // Classes without rows (probability 0/weight) take part as well.
+            uint64_t bestOut = 0;
+            for (uint64_t c = 1; c < data.numClassesOut; ++c)
+                if (classProbOut(data, c) > classProbOut(data, bestOut)) bestOut = c;
+            value_ = W(bestOut);
+        }
         corrected.resize(K);
         for (size_t c = 0; c < K; ++c) corrected[c] = classProb_[c] * weight_;
         data.classCrit->correct(corrected, corrected);
@@ -81,6 +88,14 @@ void Node<X, Y, W>::init(const TreeData<X, Y, W>& data, const RowVector& rows, c
         hostPrintf("\n");
     }
     hostPrintf("  NodeRisk = %g\n", double(risk_));
+}
+
+template <class X, class Y, class W>
+W Node<X, Y, W>::classProbOut(const TreeData<X, Y, W>& data, uint64_t c) const {
+    if (data.isRegression()) return classProb_[0];
+    const uint64_t* end = data.classes + data.numClasses;
+    const uint64_t* at = std::lower_bound(data.classes, end, c);
+    return at != end && *at == c ? classProb_[at - data.classes] : W(0) / weight_;
 }
 
 template <class X, class Y, class W>
@@ -132,7 +147,7 @@ RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const RowVector& row
     std::vector<uint64_t> list(listed);
     for (size_t k = 0; k < listed; ++k)
         list[k] = predictors ? std::min(checked::toSize(predictors[k] - 1), size_t(data.P - 1)) : k;
-    bool curvature = o.curvature && listed >= 2 && double(size_) >= std::max(double(data.numClasses) + 1, 2.0 * double(o.minLeaf));
+    bool curvature = o.curvature && listed >= 2 && double(size_) >= std::max(double(data.numClassesOut) + 1, 2.0 * double(o.minLeaf));
     bool interaction = curvature && o.interaction;
 
     std::vector<std::optional<IndexedColumn<X, Y, W>>> columns(listed);
@@ -197,7 +212,15 @@ void Tree<X, Y, W>::refreshResponse() {
         classIndex_.resize(data_.N);
         // A class index past the largest representable class saturates, NaN is class 0.
         for (uint64_t i = 0; i < data_.N; ++i)
-            classIndex_[i] = std::min(checked::toSize(double(data_.y[i])), size_t(data_.numClasses - 1));
+            classIndex_[i] = std::min(checked::toSize(double(data_.y[i])), size_t(data_.numClassesOut - 1));
+        classes_ = classIndex_;
+        std::sort(classes_.begin(), classes_.end());
+        classes_.erase(std::unique(classes_.begin(), classes_.end()), classes_.end());
+        if (classes_.empty()) classes_.push_back(0);
+        for (uint64_t& c : classIndex_) c = uint64_t(std::lower_bound(classes_.begin(), classes_.end(), c) - classes_.begin());
+        data_.classes = classes_.data();
+        data_.numClasses = classes_.size();
+        data_.classCrit->restrictToClasses(classes_, data_.numClassesOut);
     }
     data_.classIndex = classIndex_.data();
 }
@@ -207,9 +230,9 @@ void Tree<X, Y, W>::init() {
     if (data_.classCrit) {
         double largest = 0;
         for (uint64_t i = 0; i < data_.N; ++i) largest = std::max(largest, double(data_.y[i]));
-        data_.numClasses = std::min<uint64_t>(checked::toSize(largest), kMaxElementCountWord) + 1;
+        data_.numClassesOut = std::min<uint64_t>(checked::toSize(largest), kMaxElementCountWord) + 1;
     } else if (data_.regCrit) {
-        data_.numClasses = 1;
+        data_.numClasses = data_.numClassesOut = 1;
     } else {
         ndErrMsgId(stats::classreg::learning::treeutils::Tree::init::BadCrit());
     }
@@ -226,9 +249,10 @@ void Tree<X, Y, W>::reset() {
 template <class X, class Y, class W>
 void Tree<X, Y, W>::leafFit(const Node<X, Y, W>& node, const RowVector& rows, W* fit, bool fitIsScores) const {
     if (!fit) return;
-    const size_t K = data_.numClasses;
+    const size_t K = data_.numClassesOut;
     for (uint64_t r : rows) {
-        if (fitIsScores) std::copy(node.classProb_.begin(), node.classProb_.end(), fit + r * K);
+        if (fitIsScores)
+            for (uint64_t c = 0; c < K; ++c) fit[r * K + c] = node.classProbOut(data_, c);
         else fit[r] = node.value_;
     }
 }

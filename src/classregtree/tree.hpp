@@ -43,11 +43,15 @@ struct TreeData {
     const Y* y = nullptr;
     const W* w = nullptr;
     const W* wy = nullptr;  // regression: w*y and w*y*y per row, interleaved; null otherwise
+    // Classification works on the classes that occur: classIndex numbers
+    // them 0..numClasses-1 in ascending order of `classes`, the indices
+    // out of numClassesOut (the largest response plus one) that the record shows.
     const uint64_t* classIndex = nullptr;
-    uint64_t numClasses = 1;
+    uint64_t numClasses = 1, numClassesOut = 1;
+    const uint64_t* classes = nullptr;
     const bool* isCategorical = nullptr;
     const uint64_t* numBins = nullptr;
-    const ClassificationSplitCriterion<W>* classCrit = nullptr;
+    ClassificationSplitCriterion<W>* classCrit = nullptr;  // restricted to the classes that occur
     const RegressionSplitCriterion<Y, W>* regCrit = nullptr;
     TreeOptions options;
     bool xHasNaN = false;
@@ -56,6 +60,8 @@ struct TreeData {
     RandStream* stream = nullptr;  // draws the predictors offered to each node
 
     bool isRegression() const { return regCrit != nullptr; }
+    // The class index the record shows for a class of the tree.
+    uint64_t classOut(uint64_t c) const { return classes ? classes[c] : c; }
     const X* column(uint64_t p) const { return x + p * N; }
 };
 
@@ -88,6 +94,8 @@ public:
     void unsplit();
     void resetToFresh();
     bool isBranch() const { return left_ != 0 || right_ != 0; }
+    // Class probability of record class c: classes without rows hold 0/weight.
+    W classProbOut(const TreeData<X, Y, W>& data, uint64_t c) const;
 
     uint64_t size_ = 0, id_ = 0;
     int64_t parent_ = -1;
@@ -137,7 +145,7 @@ private:
     void leafFit(const Node<X, Y, W>& node, const RowVector& rows, W* fit, bool fitIsScores) const;
 
     TreeData<X, Y, W> data_;
-    std::vector<uint64_t> classIndex_;
+    std::vector<uint64_t> classIndex_, classes_;
     std::vector<W> wy_;
     uint64_t numNodes_ = 0;
     std::vector<Node<X, Y, W>, tbb::scalable_allocator<Node<X, Y, W>>> nodes_;

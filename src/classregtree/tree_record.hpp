@@ -23,13 +23,22 @@ Owned row(const std::vector<T>& values) {
     return a;
 }
 
+// rows by n: a column of `rows` values per node.
 template <class T, class S, class F>
 Owned perNode(size_t n, size_t rows, F&& value) {
-    // One value per node is a column, several are a row of columns.
-    Owned a = rows == 1 ? createMatrix<T>(n, 1) : createMatrix<T>(rows, n);
+    Owned a = createMatrix<T>(rows, n);
     T* d = dataOf<T>(a.get());
     for (size_t i = 0; i < n; ++i)
         for (size_t r = 0; r < rows; ++r) d[i * rows + r] = T(S(value(i, r)));
+    return a;
+}
+
+// n by 1: one value per node.
+template <class T, class S, class F>
+Owned nodeColumn(size_t n, F&& value) {
+    Owned a = createMatrix<T>(n, 1);
+    T* d = dataOf<T>(a.get());
+    for (size_t i = 0; i < n; ++i) d[i] = T(S(value(i)));
     return a;
 }
 
@@ -44,15 +53,15 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
     using namespace record_detail;
     using XOut = std::conditional_t<std::is_integral_v<X>, int32_t, X>;
     const auto& data = tree.data();
-    const size_t n = tree.numNodes(), K = data.numClasses;
+    const size_t n = tree.numNodes(), K = data.numClassesOut;
     const auto node = [&](size_t i) -> const Node<X, Y, W>& { return tree.node(i); };
     const bool regression = data.isRegression();
     const bool singleOut = regression && !doubleOutput;
     // Value, risk and gain: double for classification, and for regression
     // when response and weights are double.
     const auto valueField = [&](auto member) {
-        return singleOut ? perNode<float, W>(n, 1, [&](size_t i, size_t) { return node(i).*member; })
-                         : perNode<double, W>(n, 1, [&](size_t i, size_t) { return node(i).*member; });
+        return singleOut ? nodeColumn<float, W>(n, [&](size_t i) { return node(i).*member; })
+                         : nodeColumn<double, W>(n, [&](size_t i) { return node(i).*member; });
     };
     const auto surrogateCells = [&](auto&& perNodeValue) {
         if (data.options.numSurrogates == 0) return cell(0, 0);
@@ -69,8 +78,13 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
                 return child == 0 ? 0.0 : double(child + 1);
             });
             break;
-        case 1: out = perNode<double, W>(n, K, [&](size_t i, size_t c) { return node(i).classCount_[c]; }); break;
-        case 2: out = perNode<W, W>(n, K, [&](size_t i, size_t c) { return node(i).classProb_[c]; }); break;
+        case 1:
+            out = perNode<double, W>(n, K, [&](size_t, size_t) { return W(0); });
+            for (size_t i = 0; i < n; ++i)
+                for (size_t c = 0; c < data.numClasses; ++c)
+                    dataOf<double>(out.get())[i * K + data.classOut(c)] = double(node(i).classCount_[c]);
+            break;
+        case 2: out = perNode<W, W>(n, K, [&](size_t i, size_t c) { return node(i).classProbOut(data, c); }); break;
         case 3:
             if (!data.options.curvature) {
                 out = cell(0, 0);
@@ -99,7 +113,7 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
                 ndSetCell(out.get(), n + i, row(std::vector<XOut>(r.begin(), r.end())).release());
             }
             break;
-        case 5: out = perNode<XOut, X>(n, 1, [&](size_t i, size_t) { return node(i).cutPoint_; }); break;
+        case 5: out = nodeColumn<XOut, X>(n, [&](size_t i) { return node(i).cutPoint_; }); break;
         case 6:
             // n by 2: the left bins, then the right bins; n by 0 without binned predictors.
             out = createMatrix<double>(n, withBins ? 2 : 0);
@@ -111,8 +125,8 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
                 }
             }
             break;
-        case 7: out = perNode<double, double>(n, 1, [&](size_t i, size_t) { return double(node(i).cutVar_ + 1); }); break;
-        case 8: out = perNode<bool, bool>(n, 1, [&](size_t i, size_t) { return node(i).hasUnroutedRows_; }); break;
+        case 7: out = nodeColumn<double, double>(n, [&](size_t i) { return double(node(i).cutVar_ + 1); }); break;
+        case 8: out = nodeColumn<bool, bool>(n, [&](size_t i) { return node(i).hasUnroutedRows_; }); break;
         case 9:
             if (!data.options.interaction) {
                 out = cell(0, 0);
@@ -133,11 +147,11 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
                 ndSetCell(out.get(), i, a.release());
             }
             break;
-        case 10: out = perNode<bool, bool>(n, 1, [&](size_t i, size_t) { return node(i).isBranch(); }); break;
+        case 10: out = nodeColumn<bool, bool>(n, [&](size_t i) { return node(i).isBranch(); }); break;
         case 11: out = valueField(&Node<X, Y, W>::value_); break;
-        case 12: out = perNode<W, W>(n, 1, [&](size_t i, size_t) { return node(i).weight_; }); break;
-        case 13: out = perNode<double, double>(n, 1, [&](size_t i, size_t) { return double(node(i).size_); }); break;
-        case 14: out = perNode<double, double>(n, 1, [&](size_t i, size_t) { return double(node(i).parent_ + 1); }); break;
+        case 12: out = nodeColumn<W, W>(n, [&](size_t i) { return node(i).weight_; }); break;
+        case 13: out = nodeColumn<double, double>(n, [&](size_t i) { return double(node(i).size_); }); break;
+        case 14: out = nodeColumn<double, double>(n, [&](size_t i) { return double(node(i).parent_ + 1); }); break;
         case 15: out = valueField(&Node<X, Y, W>::risk_); break;
         case 16: out = valueField(&Node<X, Y, W>::gain_); break;
         case 17:

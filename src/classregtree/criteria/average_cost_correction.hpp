@@ -31,6 +31,13 @@ public:
     W kids(std::span<const W> left, std::span<const W> right) const override { return inner_->kids(left, right); }
     bool hasParentValue() const override { return inner_->hasParentValue(); }
     bool isThreadSafe() const override { return inner_->isThreadSafe(); }
+    void restrictToClasses(std::span<const uint64_t> classes, uint64_t numClasses) override {
+        std::vector<W> kept(classes.size());
+        for (size_t i = 0; i < classes.size(); ++i)
+            kept[i] = classes[i] < averageCost_.size() ? averageCost_[classes[i]] : W(1);
+        averageCost_ = std::move(kept);
+        inner_->restrictToClasses(classes, numClasses);
+    }
 
 private:
     std::unique_ptr<ClassificationSplitCriterion<W>> inner_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <vector>
 
 #include "classregtree/criteria/split_criterion.hpp"
 
@@ -29,14 +30,19 @@ public:
         const size_t predictions = std::max(cost_.columns, size_t(1));
         for (size_t j = 0; j < predictions; ++j) {
             W r = 0;
-            for (size_t i = 0; i < p.size(); ++i) r += p[i] * W(cost_(i, j));
+            for (size_t i = 0; i < p.size(); ++i) r += p[i] * W(cost_(classes_.empty() ? i : classes_[i], j));
             best = std::min(best, r);
         }
         return best;
     }
+    // Every prediction stays open, also of a class without rows.
+    void restrictToClasses(std::span<const uint64_t> classes, uint64_t) override {
+        classes_.assign(classes.begin(), classes.end());
+    }
 
 private:
     CostView cost_;
+    std::vector<uint64_t> classes_;
 };
 
 }  // namespace zv::classregtree

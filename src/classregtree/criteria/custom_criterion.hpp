@@ -5,6 +5,7 @@
 
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "classregtree/criteria/split_criterion.hpp"
 #include "frame/message_ids.hpp"
@@ -33,12 +34,18 @@ public:
         return call<ids::BadUserFunctionCall, ids::TypeMismatch>(kidsFunction_, 2, inputs);
     }
     bool isThreadSafe() const override { return false; }
+    // The host function still sees a value for every class.
+    void restrictToClasses(std::span<const uint64_t> classes, uint64_t numClasses) override {
+        classes_.assign(classes.begin(), classes.end());
+        numClasses_ = numClasses;
+    }
 
 private:
-    static matrix::unique_nd_ptr column(std::span<const W> p) {
-        matrix::unique_nd_ptr a(ndCreateDoubleMatrix(p.size(), 1, ndREAL));
+    matrix::unique_nd_ptr column(std::span<const W> p) const {
+        const bool restricted = !classes_.empty();
+        matrix::unique_nd_ptr a(ndCreateDoubleMatrix(restricted ? numClasses_ : p.size(), 1, ndREAL));
         double* d = static_cast<double*>(ndGetData(a.get()));
-        for (size_t i = 0; i < p.size(); ++i) d[i] = double(p[i]);
+        for (size_t i = 0; i < p.size(); ++i) d[restricted ? classes_[i] : i] = double(p[i]);
         return a;
     }
 
@@ -55,6 +62,8 @@ private:
     }
 
     std::string parentFunction_, kidsFunction_;
+    std::vector<uint64_t> classes_;
+    uint64_t numClasses_ = 0;
 };
 
 }  // namespace zv::classregtree

@@ -25,6 +25,14 @@ public:
     virtual bool hasParentValue() const { return true; }
     // False when the criterion calls into the host: growth then stays on the calling thread.
     virtual bool isThreadSafe() const { return true; }
+    // From now on class vectors hold only `classes` (ascending, out of
+    // `numClasses`): a tree works on the classes its rows have, whatever the
+    // largest class index is. Criteria that ignore classes of no weight
+    // need not do anything.
+    virtual void restrictToClasses(std::span<const uint64_t> classes, uint64_t numClasses) {
+        (void)classes;
+        (void)numClasses;
+    }
 };
 
 template <class Y, class W>
