@@ -1,2 +1,3 @@
 zv_test_suite(classregtree_tests
-  classregtree/criteria_test.cpp)
+  classregtree/criteria_test.cpp
+  classregtree/grow_tree_test.cpp)
