@@ -288,7 +288,10 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
         Node<X, Y, W> prototype(data_.numClasses);
         prototype.riskThreshold_ = riskThreshold;
         prototype.init(data_, rows, nullptr);
-        nodes_.assign(estimate, prototype);
+        // The estimate reserves room; nodes are made as the tree reaches them.
+        nodes_.clear();
+        nodes_.reserve(estimate);
+        nodes_.push_back(prototype);
     } else {
         nodes_[0].init(data_, rows, nullptr);
         for (auto& node : nodes_) node.riskThreshold_ = riskThreshold;
@@ -358,8 +361,7 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
         }
         for (uint64_t k = 0; k < layerWidth; ++k) rowQueue.pop_front();
         for (uint64_t slot : candidates) {
-            if (nodes_.size() < numNodes_ + 2)
-                nodes_.resize(nodes_.size() + std::max<size_t>(nodes_.size(), numNodes_ + 2 - nodes_.size()), prototype);
+            if (nodes_.size() < numNodes_ + 2) nodes_.resize(numNodes_ + 2, prototype);
             Node<X, Y, W>& parent = nodes_[layerStart + slot];
             if (fit && parent.hasUnroutedRows_) leafFit(parent, parent.unroutedRows_, fit, fitIsScores);
             RowPair& kids = childRows[slot];
