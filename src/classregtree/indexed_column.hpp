@@ -120,11 +120,12 @@ void IndexedColumn<X, Y, W>::init(const RowVector& rows) {
         return;
     }
     ownedRows_ = rows;
+    rows_ = &ownedRows_;
+    if (!data_.xHasNaN) return;
     const auto firstMissing = std::stable_partition(ownedRows_.begin(), ownedRows_.end(),
                                                     [&](uint64_t r) { return !missing(x_[r]); });
     nanRows_.assign(firstMissing, ownedRows_.end());
     ownedRows_.erase(firstMissing, ownedRows_.end());
-    rows_ = &ownedRows_;
     if (nanRows_.empty()) return;
     if (data_.isRegression()) {
         pNotNan_ = 0;
