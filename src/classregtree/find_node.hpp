@@ -142,41 +142,14 @@ private:
     size_t numNaN_ = 0;
 };
 
-// Row numbers in a block from TBB's scalable allocator: workers make and
-// free them, and no element is initialised before it is written.
-template <class Row>
-class RowBlock {
-public:
-    RowBlock() = default;
-    explicit RowBlock(size_t capacity) : data_(allocate(capacity)) {}
-
-    Row* data() const { return data_.get(); }
-    size_t size() const { return size_; }
-    void setSize(size_t size) { size_ = size; }
-    const Row* begin() const { return data_.get(); }
-    const Row* end() const { return data_.get() + size_; }
-
-private:
-    struct Free {
-        void operator()(Row* p) const { scalable_free(p); }
-    };
-    static Row* allocate(size_t count) {
-        if (count > SIZE_MAX / sizeof(Row)) throw std::bad_alloc();
-        void* p = scalable_malloc(count ? count * sizeof(Row) : 1);
-        if (!p) throw std::bad_alloc();
-        return static_cast<Row*>(p);
-    }
-    std::unique_ptr<Row[], Free> data_;
-    size_t size_ = 0;
-};
-
-// A node waiting in a layer with the rows that reached it and how many
-// subtrees (a prefix of the order) still walk through it.
-template <class Row>
+// A node waiting in a layer: its rows are [begin, begin + count) of the
+// layer's row buffer, and the first `active` subtrees of the order still
+// walk through it.
 struct LayerSlot {
     size_t node;
     size_t active;
-    RowBlock<Row> rows;
+    size_t begin;
+    size_t count;
 };
 
 // What the walk reads; all of it borrowed.
@@ -201,86 +174,87 @@ public:
 
     void run() {
         if (tree_.numNodes == 0) return;
-        std::vector<LayerSlot<Row>> layer;
-        LayerSlot<Row> root{0, tree_.subtrees->size(), {}};
-        if (root.active > 0 && tree_.N > 0) {
-            root.rows = RowBlock<Row>(tree_.N);
-            std::iota(root.rows.data(), root.rows.data() + tree_.N, Row(0));
-            root.rows.setSize(tree_.N);
+        // Rows of a layer stand in one buffer, each node's in a range of its
+        // own; a node's children take parts of that range in the other
+        // buffer, so that no layer allocates and no two nodes share a row.
+        const size_t numRows = tree_.subtrees->size() > 0 ? tree_.N : 0;
+        std::vector<Row, tbb::scalable_allocator<Row>> buffers[2];
+        if (numRows > 0) {
+            buffers[0].resize(numRows), buffers[1].resize(numRows);
+            std::iota(buffers[0].begin(), buffers[0].end(), Row(0));
         }
-        layer.push_back(std::move(root));
-        while (!layer.empty()) {
-            tbb::concurrent_vector<LayerSlot<Row>> next;
+        std::vector<LayerSlot> layer = {{0, tree_.subtrees->size(), 0, numRows}};
+        for (size_t depth = 0; !layer.empty(); ++depth) {
+            Row* from = buffers[depth % 2].data();
+            Row* to = buffers[(depth + 1) % 2].data();
+            tbb::concurrent_vector<LayerSlot> next;
             // Debug text keeps its order only when the nodes run one after the other.
             if (verbose_ == 0) {
                 tbb::parallel_for(
                     tbb::blocked_range<size_t>(0, layer.size(), 1),
                     [&](const tbb::blocked_range<size_t>& range) {
                         faultprobe::InterruptState interrupt = interrupt_;
-                        for (size_t k = range.begin(); k != range.end(); ++k) visit(layer[k], next, interrupt);
+                        for (size_t k = range.begin(); k != range.end(); ++k) visit(layer[k], from, to, next, interrupt);
                     },
                     tbb::auto_partitioner());
             } else {
                 faultprobe::InterruptState interrupt = interrupt_;
-                for (auto& slot : layer) visit(slot, next, interrupt);
+                for (const LayerSlot& slot : layer) visit(slot, from, to, next, interrupt);
             }
-            layer.assign(std::make_move_iterator(next.begin()), std::make_move_iterator(next.end()));
+            layer.assign(next.begin(), next.end());
             probeSite(kProbeAfterLayer, nullptr);
         }
     }
 
 private:
-    void visit(LayerSlot<Row>& slot, tbb::concurrent_vector<LayerSlot<Row>>& next,
+    void visit(const LayerSlot& slot, Row* from, Row* to, tbb::concurrent_vector<LayerSlot>& next,
                faultprobe::InterruptState& interrupt) const {
         if (interrupt.state) InterruptState::ThrowIfInterruptPending(interrupt.state);
         const size_t u = slot.node;
-        const RowBlock<Row> rows = std::move(slot.rows);
+        Row* rows = from + slot.begin;
         size_t active = slot.active;
         if (tree_.pruneList) {
             const size_t still = tree_.subtrees->stillActive(active, tree_.pruneList[u]);
-            stopRows(rows.data(), rows.size(), still, active, u);
+            stopRows(rows, slot.count, still, active, u);
             active = still;
         }
         const NodeRoute& route = tree_.plan[u];
         if (!route.branch) {
-            stopRows(rows.data(), rows.size(), 0, active, u);
+            stopRows(rows, slot.count, 0, active, u);
         } else {
             if (verbose_ > 0) printCuts(u, route);
-            LayerSlot<Row> left{route.left, active, {}}, right{route.right, active, {}};
-            if (active > 0 && rows.size() > 0) routeRows(rows, active, u, route, left.rows, right.rows);
-            next.push_back(std::move(left));
-            next.push_back(std::move(right));
+            size_t numLeft = 0, numRight = 0;
+            if (active > 0 && slot.count > 0) routeRows(rows, slot.count, to + slot.begin, active, u, route, numLeft, numRight);
+            next.push_back({route.left, active, slot.begin, numLeft});
+            next.push_back({route.right, active, slot.begin + slot.count - numRight, numRight});
         }
         probeSite(kProbeInsideLayer, &interrupt);
     }
 
-    // Sends the rows of node u through its splits in order; a row that none
-    // of them places stays at u.
-    void routeRows(const RowBlock<Row>& rows, size_t active, size_t u, const NodeRoute& route, RowBlock<Row>& left,
-                   RowBlock<Row>& right) const {
-        const size_t count = rows.size();
-        left = RowBlock<Row>(count);
-        right = RowBlock<Row>(count);
-        Row* pending = rows.data();
-        size_t numPending = count, numLeft = 0, numRight = 0;
+    // Sends the rows of node u through its splits in order into the front
+    // (left) and the back (right) of `children`; a row that none of the
+    // splits places stays at u.
+    void routeRows(Row* rows, size_t count, Row* children, size_t active, size_t u, const NodeRoute& route,
+                   size_t& numLeft, size_t& numRight) const {
+        Row* rightEnd = children + count;
+        size_t numPending = count;
         for (size_t k = route.firstSplit; k < route.endSplit && numPending > 0; ++k) {
             const NodeSplit<T>& s = tree_.splits[k];
             const T* column = tree_.X + s.predictor * tree_.N;
             if (verbose_ > 1)
-                numPending = routeVerbosely(s, column, pending, numPending, active, left.data(), numLeft,
-                                            right.data(), numRight);
+                numPending = routeVerbosely(s, column, rows, numPending, active, children, numLeft, rightEnd, numRight);
             else
-                numPending = s.split->route(column, pending, numPending, left.data(), numLeft, right.data(), numRight);
+                numPending = s.split->route(column, rows, numPending, children, numLeft, rightEnd, numRight);
         }
-        stopRows(pending, numPending, 0, active, u);
-        left.setSize(numLeft);
-        right.setSize(numRight);
+        // The right rows were laid down from the back; in list order again.
+        std::reverse(rightEnd - numRight, rightEnd);
+        stopRows(rows, numPending, 0, active, u);
     }
 
     // The same routing through the split's single-value tests, telling where
     // each row goes in every subtree that still holds it.
     size_t routeVerbosely(const NodeSplit<T>& s, const T* column, Row* rows, size_t count, size_t active, Row* left,
-                          size_t& numLeft, Row* right, size_t& numRight) const {
+                          size_t& numLeft, Row* rightEnd, size_t& numRight) const {
         std::vector<Side> sides(count);
         for (size_t k = 0; k < count; ++k) sides[k] = s.split->side(column[rows[k]]);
         for (size_t sub = 0; sub < tree_.subtrees->size(); ++sub) {
@@ -294,7 +268,7 @@ private:
         size_t kept = 0;
         for (size_t k = 0; k < count; ++k) {
             if (sides[k] == Side::left) left[numLeft++] = rows[k];
-            else if (sides[k] == Side::right) right[numRight++] = rows[k];
+            else if (sides[k] == Side::right) rightEnd[-1 - ptrdiff_t(numRight++)] = rows[k];
             else rows[kept++] = rows[k];
         }
         return kept;

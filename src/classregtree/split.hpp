@@ -37,14 +37,14 @@ public:
     virtual bool isUndecided(T x) const = 0;
     virtual void print() const = 0;
 
-    // Routes rows[0..count) by their values in `column`: placed rows are
-    // appended to left or right in order, the others are moved to the front
-    // of rows, in order; returns how many stay. One virtual call per node and
-    // split, not per row.
+    // Routes rows[0..count) by their values in `column`: placed rows go to
+    // left[numLeft++] or downwards to rightEnd[-1 - numRight++], the others
+    // move, in order, to the front of rows; returns how many stay. One
+    // virtual call per node and split, not per row.
     virtual size_t route(const T* column, uint32_t* rows, size_t count, uint32_t* left, size_t& numLeft,
-                         uint32_t* right, size_t& numRight) const = 0;
+                         uint32_t* rightEnd, size_t& numRight) const = 0;
     virtual size_t route(const T* column, uint64_t* rows, size_t count, uint64_t* left, size_t& numLeft,
-                         uint64_t* right, size_t& numRight) const = 0;
+                         uint64_t* rightEnd, size_t& numRight) const = 0;
 
     Side side(T x) const {
         if (isUndecided(x)) return Side::undecided;
@@ -56,28 +56,35 @@ public:
 template <class Derived, class T>
 class RoutingSplit : public Split<T> {
 public:
-    size_t route(const T* column, uint32_t* rows, size_t count, uint32_t* left, size_t& numLeft, uint32_t* right,
+    size_t route(const T* column, uint32_t* rows, size_t count, uint32_t* left, size_t& numLeft, uint32_t* rightEnd,
                  size_t& numRight) const final {
-        return routeRows(column, rows, count, left, numLeft, right, numRight);
+        return routeRows(column, rows, count, left, numLeft, rightEnd, numRight);
     }
-    size_t route(const T* column, uint64_t* rows, size_t count, uint64_t* left, size_t& numLeft, uint64_t* right,
+    size_t route(const T* column, uint64_t* rows, size_t count, uint64_t* left, size_t& numLeft, uint64_t* rightEnd,
                  size_t& numRight) const final {
-        return routeRows(column, rows, count, left, numLeft, right, numRight);
+        return routeRows(column, rows, count, left, numLeft, rightEnd, numRight);
     }
 
 private:
     template <class Row>
-    size_t routeRows(const T* column, Row* rows, size_t count, Row* left, size_t& numLeft, Row* right,
+    size_t routeRows(const T* column, Row* rows, size_t count, Row* left, size_t& numLeft, Row* rightEnd,
                      size_t& numRight) const {
         const Derived& self = static_cast<const Derived&>(*this);
         size_t kept = 0, l = numLeft, r = numRight;
+        // Branch-free: each row is stored at all three places and counted at
+        // one, so that a random left-right pattern costs no mispredictions and
+        // the loads of many rows are in flight at once. Neither store can reach
+        // a row already placed (left[l] and rightEnd[-1 - r] meet only at the
+        // one free slot), and rows[kept] is at or behind the row being read.
         for (size_t k = 0; k < count; ++k) {
             const Row row = rows[k];
-            switch (self.sideOf(column[row])) {
-            case Side::left: left[l++] = row; break;
-            case Side::right: right[r++] = row; break;
-            case Side::undecided: rows[kept++] = row; break;
-            }
+            const Side side = self.sideOf(column[row]);
+            left[l] = row;
+            rightEnd[-1 - ptrdiff_t(r)] = row;
+            rows[kept] = row;
+            l += side == Side::left;
+            r += side == Side::right;
+            kept += side == Side::undecided;
         }
         numLeft = l;
         numRight = r;
