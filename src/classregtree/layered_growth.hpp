@@ -175,11 +175,15 @@ RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const RowVector& row
     // The first column in list order with the strictly largest gain; there is no minimum gain.
     IndexedColumn<X, Y, W>* winner = nullptr;
     W bestGain = std::numeric_limits<W>::lowest();
-    for (auto& column : columns)
+    for (auto& column : columns) {
+        // A column that never ran was cancelled by an interruption elsewhere in
+        // the layer: the growth is abandoned, and this node splits nothing.
+        if (!column) return {};
         if (column->gain_ > bestGain) {
             bestGain = column->gain_;
             winner = &*column;
         }
+    }
     if (!winner) return {};
     RowPair kids = winner->splitRows();
     if (kids.first.empty() || kids.second.empty()) return {};
