@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "classregtree/fault_probe.hpp"
 #include "classregtree/split.hpp"
 #include "host/host.hpp"
 
@@ -27,18 +28,6 @@ namespace zv::classregtree {
 
 inline constexpr const char* kProbeInsideLayer = "classregtree_findNode_inside_layer";
 inline constexpr const char* kProbeAfterLayer = "classregtree_findNode_after_layer_completed";
-
-// A fault-probe site: with no tester active it costs one load and one
-// comparison. `state` null stands for the calling thread's own handle.
-inline void probeSite(const char* name, faultprobe::InterruptState* state) {
-    using faultprobe::ProbeExceptionTester;
-    if (ProbeExceptionTester::staticTesterMode == ProbeExceptionTester::kInactive) return;
-    faultprobe::CreateTesterByName(nullptr, nullptr, name);
-    ProbeExceptionTester* tester = faultprobe::GetTesterByName(nullptr, nullptr, name);
-    if (!tester) return;
-    if (state) tester->emulateCtrlC(*state);
-    else tester->emulateCtrlC();
-}
 
 // One split of a node as the walk applies it, with what the debug text shows.
 template <class T>
@@ -209,7 +198,7 @@ public:
 private:
     void visit(const LayerSlot& slot, Row* from, Row* to, tbb::concurrent_vector<LayerSlot>& next,
                faultprobe::InterruptState& interrupt) const {
-        if (interrupt.state) InterruptState::ThrowIfInterruptPending(interrupt.state);
+        pollInterrupt(&interrupt);
         const size_t u = slot.node;
         Row* rows = from + slot.begin;
         size_t active = slot.active;
