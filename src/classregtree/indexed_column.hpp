@@ -298,11 +298,26 @@ template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::divideBinned() {
     const size_t K = data_.numClasses;
     const bool regression = data_.isRegression();
-    std::vector<uint64_t> counts(numBins_, 0);
-    std::vector<W> classWeights(regression ? 0 : numBins_ * K, W(0)), sumW, sumWY, sumWY2;
-    if (regression) sumW.assign(numBins_, W(0)), sumWY.assign(numBins_, W(0)), sumWY2.assign(numBins_, W(0));
+    // Bins are counted over the codes that can occur: up to the largest one
+    // present, or over the distinct codes when those are few among many bins.
+    uint64_t largest = 0;
+    for (uint64_t r : *rows_) largest = std::max(largest, binOf(x_[r]));
+    std::vector<uint64_t> codes;
+    const bool dense = largest < 4 * rows_->size() + 64;
+    if (!dense) {
+        for (uint64_t r : *rows_) codes.push_back(binOf(x_[r]));
+        std::sort(codes.begin(), codes.end());
+        codes.erase(std::unique(codes.begin(), codes.end()), codes.end());
+    }
+    const size_t slots = dense ? size_t(largest) + 1 : codes.size();
+    const auto slotOf = [&](uint64_t code) {
+        return dense ? size_t(code) : size_t(std::lower_bound(codes.begin(), codes.end(), code) - codes.begin());
+    };
+    std::vector<uint64_t> counts(slots, 0);
+    std::vector<W> classWeights(regression ? 0 : slots * K, W(0)), sumW, sumWY, sumWY2;
+    if (regression) sumW.assign(slots, W(0)), sumWY.assign(slots, W(0)), sumWY2.assign(slots, W(0));
     for (uint64_t r : *rows_) {
-        const uint64_t b = binOf(x_[r]);
+        const size_t b = slotOf(binOf(x_[r]));
         ++counts[b];
         if (regression) {
             sumW[b] += data_.w[r];
@@ -312,9 +327,9 @@ void IndexedColumn<X, Y, W>::divideBinned() {
             classWeights[b * K + data_.classIndex[r]] += data_.w[r];
         }
     }
-    for (uint64_t b = 0; b < numBins_; ++b) {
+    for (size_t b = 0; b < slots; ++b) {
         if (counts[b] == 0) continue;
-        binIds_.push_back(b);
+        binIds_.push_back(dense ? b : codes[b]);
         binCounts_.push_back(counts[b]);
         if (regression) {
             binSumW_.push_back(sumW[b]);

@@ -63,13 +63,7 @@ void Node<X, Y, W>::init(const TreeData<X, Y, W>& data, const RowVector& rows, c
         for (size_t c = 1; c < K; ++c)
             if (classProb_[c] > classProb_[best]) best = c;
         value_ = W(data.classOut(best));
-        if (!(classProb_[best] > 0)) {
-            // Classes without rows (probability 0/weight) take part as well.
-            uint64_t bestOut = 0;
-            for (uint64_t c = 1; c < data.numClassesOut; ++c)
-                if (classProbOut(data, c) > classProbOut(data, bestOut)) bestOut = c;
-            value_ = W(bestOut);
-        }
+        if (!(classProb_[best] > 0)) value_ = W(mostProbableOut(data));
         corrected.resize(K);
         for (size_t c = 0; c < K; ++c) corrected[c] = classProb_[c] * weight_;
         data.classCrit->correct(corrected, corrected);
@@ -96,6 +90,31 @@ W Node<X, Y, W>::classProbOut(const TreeData<X, Y, W>& data, uint64_t c) const {
     const uint64_t* end = data.classes + data.numClasses;
     const uint64_t* at = std::lower_bound(data.classes, end, c);
     return at != end && *at == c ? classProb_[at - data.classes] : W(0) / weight_;
+}
+
+// The most probable record class, lowest index among equals, when classes
+// without rows (all of probability 0/weight) may take part: the best value
+// only grows along the classes, so of those only the first can win.
+template <class X, class Y, class W>
+uint64_t Node<X, Y, W>::mostProbableOut(const TreeData<X, Y, W>& data) const {
+    const uint64_t* classes = data.classes;
+    uint64_t firstAbsent = 0;
+    for (uint64_t c = 0; c < data.numClasses && classes[c] == firstAbsent; ++c) ++firstAbsent;
+    const W absent = W(0) / weight_;
+    uint64_t best = 0;
+    W bestValue = firstAbsent == 0 ? absent : classProb_[0];
+    const auto consider = [&](uint64_t c, W value) {
+        if (value > bestValue) best = c, bestValue = value;
+    };
+    for (uint64_t c = 0; c < data.numClasses; ++c) {
+        if (firstAbsent != 0 && firstAbsent < data.numClassesOut && firstAbsent < classes[c] &&
+            (c == 0 || firstAbsent > classes[c - 1]))
+            consider(firstAbsent, absent);
+        if (classes[c] != 0) consider(classes[c], classProb_[c]);
+    }
+    if (firstAbsent != 0 && firstAbsent < data.numClassesOut && firstAbsent > classes[data.numClasses - 1])
+        consider(firstAbsent, absent);
+    return best;
 }
 
 template <class X, class Y, class W>

@@ -96,6 +96,7 @@ public:
     bool isBranch() const { return left_ != 0 || right_ != 0; }
     // Class probability of record class c: classes without rows hold 0/weight.
     W classProbOut(const TreeData<X, Y, W>& data, uint64_t c) const;
+    uint64_t mostProbableOut(const TreeData<X, Y, W>& data) const;
 
     uint64_t size_ = 0, id_ = 0;
     int64_t parent_ = -1;

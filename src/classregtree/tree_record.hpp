@@ -84,7 +84,14 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
                 for (size_t c = 0; c < data.numClasses; ++c)
                     dataOf<double>(out.get())[i * K + data.classOut(c)] = double(node(i).classCount_[c]);
             break;
-        case 2: out = perNode<W, W>(n, K, [&](size_t i, size_t c) { return node(i).classProbOut(data, c); }); break;
+        case 2:
+            out = createMatrix<W>(K, n);
+            for (size_t i = 0; i < n; ++i) {
+                W* column = dataOf<W>(out.get()) + i * K;
+                if (!regression && data.numClasses < K) std::fill(column, column + K, W(0) / node(i).weight_);
+                for (size_t c = 0; c < data.numClasses; ++c) column[data.classOut(c)] = node(i).classProb_[c];
+            }
+            break;
         case 3:
             if (!data.options.curvature) {
                 out = cell(0, 0);

@@ -113,6 +113,15 @@ TEST(GrowTree, TreeWithoutSplitAndBadCalls) {
     in.y = {0, 1, 0, 1, 0, 1, 0, 1, 0, 1};
     in.w.assign(10, 1.0);
     EXPECT_EQ(field(grow(in), 11), std::vector<double>{0});
+    // A class index of 2^22 costs nothing but the record's class rows; without
+    // weight every class is as likely, and the first one is the node's.
+    in.y[3] = std::ldexp(1.0, 22);
+    in.w.assign(10, 0.0);
+    const Record weightless = grow(in);
+    EXPECT_EQ(field(weightless, 11), std::vector<double>{0});
+    EXPECT_EQ(ndGetM(weightless[1].get()), (size_t(1) << 22) + 1);
+    in.w.assign(10, 1.0);
+    in.y[3] = 1;
     // No rows: a single root of no weight, whose regression value is NaN.
     in.rows = {-1, 10, std::nan("")};
     in.criterion = "mse";
@@ -243,6 +252,10 @@ TEST(GrowTree, BinnedCodesGiveTheTreeOfTheirValues) {
     for (size_t u = 0; u < n; ++u)
         if (!std::isnan(cuts[u])) EXPECT_EQ((bins[u] - 1 + bins[n + u] - 1) / 2, cuts[u] * 4) << u;
         else EXPECT_EQ(bins[u], 0.0);
+    // Bins are counted over the codes present, not over every bin there could be.
+    binned.numBins.assign(3, 1e12);
+    expectSameTree(b, grow(binned));
+    binned.numBins.assign(3, 300);
     // Codes outside the bins are missing values: the rows stay at the branch.
     binned.x[0] = -3;
     binned.x[1] = 300;
