@@ -87,7 +87,7 @@ class Pruner {
 public:
     Pruner(const PruneRecord<T>& record, bool verbose, double* pruneLevel)
         : n_(record.n), risk_(record.risk), verbose_(verbose), pruneLevel_(pruneLevel), left_(n_, kNone),
-          right_(n_, kNone), parent_(n_, kNone), rank_(n_, kNone), isLeaf_(n_, 1), odd_(n_, 0), above_(n_, 0), lostRisk_(n_),
+          right_(n_, kNone), parent_(n_, kNone), walkStart_(n_), isLeaf_(n_, 1), odd_(n_, 0), above_(n_, 0), lostRisk_(n_),
           riskBranch_(n_), alpha_(n_), leafCount_(n_, 1), list_(n_), ancestors_(n_), heap_(n_, alpha_.get()),
           tol_(T(100) * T(constants::eps)) {
         buildForest(record.children);
@@ -120,7 +120,7 @@ public:
 
 private:
     // Claims children in node order, then walks breadth-first from the
-    // roots; list_ holds that order, rank_ each node's place in it.
+    // roots; list_ holds that order.
     void buildForest(const double* children) {
         for (size_t i = 0; i < n_; ++i) {
             const size_t l = childIndex(children[2 * i], n_), r = childIndex(children[2 * i + 1], n_);
@@ -132,15 +132,16 @@ private:
         }
         for (size_t i = 0; i < n_; ++i)
             if (parent_[i] == kNone) list_[reached_++] = i;
+        Scratch<uint8_t> reached(n_, 0);
         for (size_t k = 0; k < reached_; ++k) {
             const size_t i = list_[k];
-            rank_[i] = k;
+            reached[i] = 1;
             if (left_[i] == kNone) continue;
             list_[reached_++] = left_[i];
             list_[reached_++] = right_[i];
         }
         for (size_t i = 0; i < n_; ++i) {
-            if (rank_[i] == kNone) left_[i] = right_[i] = parent_[i] = kNone;  // on or below a cycle
+            if (!reached[i]) left_[i] = right_[i] = parent_[i] = kNone;  // on or below a cycle
             else if (left_[i] != kNone) isLeaf_[i] = 0, ++branches_;
         }
     }
@@ -229,17 +230,24 @@ private:
             odd_[i] = 0;
         }
         branches_ -= count;
-        // The branches above the pruned ones, children before parents.
-        size_t above = 0;
-        for (size_t k = 0; k < count; ++k)
+        // The branches above the pruned ones, children before parents: a walk
+        // up stops below the first branch an earlier walk met, so walks taken
+        // last to first, each bottom up, find their children done.
+        size_t above = 0, walks = 0;
+        for (size_t k = 0; k < count; ++k) {
+            const size_t start = above;
             for (size_t q = parent_[list_[k]]; q != kNone && !isLeaf_[q] && !above_[q]; q = parent_[q]) {
                 above_[q] = 1;
                 ancestors_[above++] = q;
             }
-        std::sort(ancestors_.get(), ancestors_.get() + above, [&](size_t a, size_t b) { return rank_[a] > rank_[b]; });
-        for (size_t k = 0; k < above; ++k) {
-            above_[ancestors_[k]] = 0;
-            refresh(ancestors_[k]);
+            if (above > start) walkStart_[walks++] = start;
+        }
+        for (size_t w = walks; w-- > 0;) {
+            const size_t end = w + 1 < walks ? walkStart_[w + 1] : above;
+            for (size_t k = walkStart_[w]; k < end; ++k) {
+                above_[ancestors_[k]] = 0;
+                refresh(ancestors_[k]);
+            }
         }
     }
 
@@ -253,7 +261,7 @@ private:
     const T* risk_;
     bool verbose_;
     double* pruneLevel_;
-    Scratch<size_t> left_, right_, parent_, rank_;
+    Scratch<size_t> left_, right_, parent_, walkStart_;
     Scratch<uint8_t> isLeaf_, odd_, above_;
     Scratch<T> lostRisk_, riskBranch_, alpha_;
     Scratch<uint64_t> leafCount_;
