@@ -26,36 +26,26 @@ struct Record {
     V prob = {};
     std::vector<bool> unrouted = {};
 };
-
-struct Pruned {
-    V level, alphas;
-    bool operator==(const Pruned&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& os, const Pruned& p) {
-    os << "levels";
-    for (double v : p.level) os << ' ' << v;
-    os << " alphas";
-    for (double v : p.alphas) os << ' ' << v;
-    return os;
-}
+using Pruned = std::pair<V, V>;  // prune levels, alphas
 
 template <class T>
-Owned row(const V& values) {
+Owned matrix(size_t m, size_t n, const V& values) {
     std::vector<T> t(values.begin(), values.end());
-    return zvhost::matrixOf<T>(1, t.size(), std::span<const T>(t));
+    return zvhost::matrixOf<T>(m, n, std::span<const T>(t));
+}
+template <class T>
+Owned row(const V& values) {
+    return matrix<T>(1, values.size(), values);
 }
 
-// The eight inputs; class probabilities are one class throughout unless given.
+// The eight inputs; class probabilities are all of one class unless given.
 template <class T = double>
 std::vector<Owned> inputsOf(const Record& r, const std::string& name = "", size_t K = 1, V classProb = {}) {
     const size_t n = r.risk.size();
-    if (classProb.empty()) classProb.assign(K * n, 1.0);
-    std::vector<T> cp(classProb.begin(), classProb.end());
     Owned unrouted(ndCreateLogicalMatrix(n, 1));
-    for (size_t i = 0; i < r.unrouted.size(); ++i) static_cast<unsigned char*>(ndGetData(unrouted.get()))[i] = r.unrouted[i];
+    std::copy(r.unrouted.begin(), r.unrouted.end(), static_cast<unsigned char*>(ndGetData(unrouted.get())));
     std::vector<Owned> in;
-    in.push_back(zvhost::matrixOf<T>(K, n, std::span<const T>(cp)));
+    in.push_back(matrix<T>(K, n, classProb.empty() ? V(K * n, 1.0) : classProb));
     in.push_back(zvhost::matrixOf<double>(0, 0));
     in.push_back(row<T>(r.prob.empty() ? V(n, 1.0) : r.prob));
     in.push_back(row<T>(r.risk));
@@ -66,18 +56,22 @@ std::vector<Owned> inputsOf(const Record& r, const std::string& name = "", size_
     return in;
 }
 
-Pruned call(const std::vector<Owned>& in, int numOutputs = 2) {
+std::vector<const ndArray*> pointers(const std::vector<Owned>& in) {
     std::vector<const ndArray*> raw;
     for (const auto& a : in) raw.push_back(a.get());
-    auto out = zvhost::call(&classregtree::computePruneInfo, numOutputs, raw);
-    Pruned p;
-    p.level = zvhost::valuesOf<double>(out[0].get());
-    if (ndGetClassID(out[1].get()) == ndSINGLE_CLASS) {
-        for (float a : zvhost::valuesOf<float>(out[1].get())) p.alphas.push_back(a);
-    } else {
-        p.alphas = zvhost::valuesOf<double>(out[1].get());
-    }
-    return p;
+    return raw;
+}
+
+// Levels and alphas, the alphas checked to be of the class the class
+// probabilities chose.
+Pruned call(const std::vector<Owned>& in) {
+    auto out = zvhost::call(&classregtree::computePruneInfo, 2, pointers(in));
+    const bool single = ndGetClassID(in[0].get()) != ndDOUBLE_CLASS;
+    EXPECT_EQ(ndGetClassID(out[1].get()), single ? ndSINGLE_CLASS : ndDOUBLE_CLASS);
+    V alphas;
+    if (single) for (float a : zvhost::valuesOf<float>(out[1].get())) alphas.push_back(a);
+    else alphas = zvhost::valuesOf<double>(out[1].get());
+    return {zvhost::valuesOf<double>(out[0].get()), alphas};
 }
 
 template <class T = double>
@@ -182,24 +176,18 @@ TEST(PruneInfo, CriterionRecomputesProbabilityAndRisk) {
 }
 
 TEST(PruneInfo, SinglePrecisionComputesInSingle) {
-    // 0.1f + 0.2f rounds to 0.3f in single, so the stump brings nothing;
-    // in double the same values leave a d of 7.45e-9.
+    // 0.1f + 0.2f rounds to 0.3f in single, so the stump brings nothing; in
+    // double the same values leave a d of 7.45e-9.
     const Record stump{{2, 3, 0, 0, 0, 0}, {0.3f, 0.1f, 0.2f}};
-    zvtest::LeakCheck leaks;
-    auto in = inputsOf<float>(stump);
-    EXPECT_EQ(call(in), (Pruned{{0, 0, 0}, {0}}));
-    auto out = zvhost::call(&classregtree::computePruneInfo, 2,
-                            {in[0].get(), in[1].get(), in[2].get(), in[3].get(), in[4].get(), in[5].get(),
-                             in[6].get(), in[7].get()});
-    EXPECT_EQ(ndGetClassID(out[1].get()), ndSINGLE_CLASS);
-    EXPECT_EQ(prune<double>(stump).alphas.size(), 2u);
+    EXPECT_EQ(prune<float>(stump), (Pruned{{0, 0, 0}, {0}}));
+    EXPECT_EQ(prune<double>(stump).second.size(), 2u);
 }
 
 TEST(PruneInfo, VerboseLines) {
     auto in = inputsOf({{2, 3, 0, 0, 0, 0}, {1, 0.25, 0.25}});
     in[7] = zvhost::scalar(1.5);
     zvhost::ConsoleCapture console;
-    call(in);
+    call(in);  // verbose 1.5 counts as 1
     const std::string nodes0 =
         " node=0  leafcount=2   isleaf=0  risk=1  riskbranch=0.5\n"
         " node=1  leafcount=1   isleaf=1  risk=0.25  riskbranch=0.25\n"
@@ -209,18 +197,14 @@ TEST(PruneInfo, VerboseLines) {
 }
 
 TEST(PruneInfo, CountsNamesAndShortInputs) {
-    const Record stump{{2, 3, 0, 0, 0, 0}, {1, 0.25, 0.25}};
     zvtest::LeakCheck leaks;
-    auto in = inputsOf(stump);
-    auto raw = [&](size_t count) {
-        std::vector<const ndArray*> r;
-        for (size_t k = 0; k < count; ++k) r.push_back(in[k % in.size()].get());
-        return r;
-    };
-    // Identifier and count argument of a failing call.
+    auto in = inputsOf({{2, 3, 0, 0, 0, 0}, {1, 0.25, 0.25}});
+    // Identifier and count argument of what a call raises.
     auto raised = [&](int numOutputs, size_t numInputs) {
+        auto raw = pointers(in);
+        raw.resize(numInputs, raw[0]);
         try {
-            zvhost::call(&classregtree::computePruneInfo, numOutputs, raw(numInputs));
+            zvhost::call(&classregtree::computePruneInfo, numOutputs, raw);
         } catch (const bedrock::core::except::IMsgIDException& e) {
             const auto& args = e.GetBaseMsgIDObj().args;
             return std::pair(e.GetID(), args.empty() ? -1L : std::get<long>(args[0]));
@@ -230,10 +214,10 @@ TEST(PruneInfo, CountsNamesAndShortInputs) {
     EXPECT_EQ(raised(1, 7), std::pair(kIds + "BadNumberOfInputArgs", 8L));
     EXPECT_EQ(raised(3, 9), std::pair(kIds + "BadNumberOfInputArgs", 8L));  // inputs first
     EXPECT_EQ(raised(3, 8), std::pair(kIds + "BadNumberOfOutputArgs", 2L));
-    EXPECT_EQ(zvhost::call(&classregtree::computePruneInfo, 1, raw(8)).size(), 1u);  // the levels only
+    EXPECT_EQ(zvhost::call(&classregtree::computePruneInfo, 1, pointers(in)).size(), 1u);  // the levels only
     // No output asked for: nothing is computed, not even the criterion.
     in[6] = zvhost::text("mse");
-    auto none = zvhost::call(&classregtree::computePruneInfo, 0, raw(8));
+    const auto none = zvhost::call(&classregtree::computePruneInfo, 0, pointers(in));
     EXPECT_TRUE(none.empty() || none[0] == nullptr);
     EXPECT_EQ(raised(1, 8).first, kIds + "BadClassificationCrit");
     const std::string badCriterion = "stats:classreg:learning:treeutils:SplitCriteriaFactory:make:BadCriterion";
@@ -272,6 +256,7 @@ Pruned wholeTreePasses(const Record& r) {
     }
     const T tol = T(100) * T(kEps);
     Pruned p{V(n, 0), {}};
+    auto& [levels, alphaList] = p;
     for (size_t level = 0; std::count(leaf.begin(), leaf.end(), 0) > 0; ++level) {
         std::vector<std::pair<size_t, T>> alphas;
         for (size_t i = n; i-- > 0;) {
@@ -283,16 +268,16 @@ Pruned wholeTreePasses(const Record& r) {
         T minAlpha = 0;
         if (level > 0)
             minAlpha = std::min_element(alphas.begin(), alphas.end(), [](auto a, auto b) { return a.second < b.second; })->second;
-        p.alphas.push_back(minAlpha);
+        alphaList.push_back(minAlpha);
         std::vector<size_t> cut;
         for (auto [i, a] : alphas)
             if (!(a - minAlpha > std::abs(a + minAlpha) * tol)) cut.push_back(i);
         for (size_t k = 0; k < cut.size(); ++k)
             for (int side : {0, 1})
                 if (!leaf[child(cut[k], side)]) cut.push_back(child(cut[k], side));
-        for (size_t i : cut) p.level[i] = double(level), leaf[i] = 1;
+        for (size_t i : cut) levels[i] = double(level), leaf[i] = 1;
     }
-    if (n > 0 && p.alphas.empty()) p.alphas.push_back(0);
+    if (n > 0 && alphaList.empty()) alphaList.push_back(0);
     return p;
 }
 
