@@ -24,61 +24,58 @@ size_t childIndex(double entry, size_t n) {
     return entry >= 1 && entry <= double(n) ? size_t(entry) - 1 : kNone;
 }
 
-// Branches in a min-heap by alpha (then node index), with each node's place
-// in the heap so that an alpha can change or leave in log time.
+// Branches in a min-heap by alpha (then node index), each entry holding its
+// alpha so that sifting stays in the heap's own memory, with each node's
+// place in the heap so that an alpha can change or leave in log time.
 template <class T>
 class AlphaHeap {
 public:
-    AlphaHeap(size_t n, const T* alpha) : alpha_(alpha), heap_(n), place_(n, kNone) {}
+    explicit AlphaHeap(size_t n) : heap_(n), place_(n, kNone) {}
 
     bool empty() const { return size_ == 0; }
-    size_t top() const { return heap_[0]; }
-    void set(size_t node) {
-        if (place_[node] == kNone) {
-            place_[node] = size_;
-            heap_[size_++] = node;
-        }
-        siftDown(siftUp(place_[node]));
+    size_t top() const { return heap_[0].node; }
+    T topAlpha() const { return heap_[0].alpha; }
+    void set(size_t node, T alpha) {
+        size_t k = place_[node];
+        if (k == kNone) k = size_++;
+        siftDown(siftUp(k, {alpha, node}));
     }
     void remove(size_t node) {
         const size_t k = place_[node];
         if (k == kNone) return;
         place_[node] = kNone;
         if (k == --size_) return;
-        heap_[k] = heap_[size_];
-        place_[heap_[k]] = k;
-        siftDown(siftUp(k));
+        siftDown(siftUp(k, heap_[size_]));
     }
 
 private:
-    bool before(size_t a, size_t b) const {
-        return alpha_[a] < alpha_[b] || (alpha_[a] == alpha_[b] && a < b);
+    struct Entry {
+        T alpha;
+        size_t node;
+        bool operator<(const Entry& o) const { return alpha < o.alpha || (alpha == o.alpha && node < o.node); }
+    };
+    void put(size_t k, Entry e) {
+        heap_[k] = e;
+        place_[e.node] = k;
     }
-    void put(size_t k, size_t node) {
-        heap_[k] = node;
-        place_[node] = k;
-    }
-    size_t siftUp(size_t k) {
-        const size_t node = heap_[k];
-        for (; k > 0 && before(node, heap_[(k - 1) / 2]); k = (k - 1) / 2) put(k, heap_[(k - 1) / 2]);
-        put(k, node);
+    // Moves e up from the empty slot k; returns where it stands.
+    size_t siftUp(size_t k, Entry e) {
+        for (; k > 0 && e < heap_[(k - 1) / 2]; k = (k - 1) / 2) put(k, heap_[(k - 1) / 2]);
+        put(k, e);
         return k;
     }
     void siftDown(size_t k) {
-        const size_t node = heap_[k];
-        for (;;) {
-            size_t child = 2 * k + 1;
-            if (child >= size_) break;
-            if (child + 1 < size_ && before(heap_[child + 1], heap_[child])) ++child;
-            if (!before(heap_[child], node)) break;
+        const Entry e = heap_[k];
+        for (size_t child; (child = 2 * k + 1) < size_; k = child) {
+            if (child + 1 < size_ && heap_[child + 1] < heap_[child]) ++child;
+            if (!(heap_[child] < e)) break;
             put(k, heap_[child]);
-            k = child;
         }
-        put(k, node);
+        put(k, e);
     }
 
-    const T* alpha_;
-    Scratch<size_t> heap_, place_;
+    Scratch<Entry> heap_;
+    Scratch<size_t> place_;
     size_t size_ = 0;
 };
 
@@ -88,7 +85,7 @@ public:
     Pruner(const PruneRecord<T>& record, bool verbose, double* pruneLevel)
         : n_(record.n), risk_(record.risk), verbose_(verbose), pruneLevel_(pruneLevel), left_(n_, kNone),
           right_(n_, kNone), parent_(n_, kNone), walkStart_(n_), isLeaf_(n_, 1), odd_(n_, 0), above_(n_, 0), lostRisk_(n_),
-          riskBranch_(n_), alpha_(n_), leafCount_(n_, 1), list_(n_), ancestors_(n_), heap_(n_, alpha_.get()),
+          riskBranch_(n_), alpha_(n_), leafCount_(n_, 1), list_(n_), ancestors_(n_), heap_(n_),
           tol_(T(100) * T(constants::eps)) {
         buildForest(record.children);
         lostRisks(record);
@@ -175,7 +172,7 @@ private:
         oddCount_ = oddCount_ + size_t(odd) - size_t(odd_[i]);
         odd_[i] = odd;
         if (odd) heap_.remove(i);
-        else heap_.set(i);
+        else heap_.set(i, alpha_[i]);
     }
 
     // Level 0 (minimum 0) or a level with an odd alpha: every branch is
@@ -197,9 +194,9 @@ private:
     // first one kept out ends the run (for finite a >= m >= 0, a - m is
     // exact near m and grows faster than the tolerance term).
     T popWeakest() {
-        const T minAlpha = alpha_[heap_.top()];
+        const T minAlpha = heap_.topAlpha();
         listed_ = 0;
-        while (!heap_.empty() && !keptOut(alpha_[heap_.top()], minAlpha)) {
+        while (!heap_.empty() && !keptOut(heap_.topAlpha(), minAlpha)) {
             const size_t i = heap_.top();
             heap_.remove(i);
             list_[listed_++] = i;
