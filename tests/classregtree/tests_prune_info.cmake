@@ -1,0 +1,1 @@
+zv_test_suite(prune_info_tests classregtree/prune_info_test.cpp)
