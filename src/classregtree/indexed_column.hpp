@@ -9,10 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include <boost/sort/pdqsort/pdqsort.hpp>
-#include <boost/sort/spreadsort/float_sort.hpp>
-#include <boost/sort/spreadsort/integer_sort.hpp>
-
+#include "classregtree/sorted_rows.hpp"
 #include "classregtree/split_evaluators.hpp"
 #include "classregtree/tree.hpp"
 #include "host/console.hpp"
@@ -35,8 +32,6 @@ bool sameX(X a, X b) {
 template <class X, class Y, class W>
 class IndexedColumn {
 public:
-    // Sorting pays for spreadsort's buckets only from this many rows on.
-    static constexpr size_t kSpreadsortRows = 1000;
     // From this leaf size on only the middle of the order is needed.
     static constexpr uint64_t kPartialSortLeaf = 100;
 
@@ -54,7 +49,8 @@ public:
         else kind_ = ColumnKind::Numeric;
     }
 
-    void init(const RowVector& rows);
+    // `sorted`: the node's `sortedCount` rows in this predictor's order, when the tree keeps them.
+    void init(const RowVector& rows, const SortedEntry<X>* sorted = nullptr, size_t sortedCount = 0);
     void sort();
     void divide();
     void findBestSplit();
@@ -75,15 +71,11 @@ public:
     int64_t bestDivision_ = -1;
 
 private:
-    struct Entry {
-        X x;
-        uint64_t row;
-    };
+    using Entry = SortedEntry<X>;
 
     bool missing(X v) const { return isMissing(v, numBins_); }
     uint64_t binOf(X v) const { return uint64_t(v); }
     Y yAt(size_t position) const { return data_.y[(*rows_)[position]]; }
-    void sortEntries(Entry* first, Entry* last);
     void fillFromEntries(const std::vector<Entry>& entries);
     std::vector<Entry> entries() const;
     void divideNumeric();
@@ -114,18 +106,32 @@ private:
 };
 
 template <class X, class Y, class W>
-void IndexedColumn<X, Y, W>::init(const RowVector& rows) {
+void IndexedColumn<X, Y, W>::init(const RowVector& rows, const SortedEntry<X>* sorted, size_t sortedCount) {
     if (!data_.xHasNaN && kind_ == ColumnKind::Binned) {
         rows_ = &rows;  // binned columns without missing data share the node's rows unordered
         return;
     }
-    ownedRows_ = rows;
     rows_ = &ownedRows_;
-    if (!data_.xHasNaN) return;
-    const auto firstMissing = std::stable_partition(ownedRows_.begin(), ownedRows_.end(),
-                                                    [&](uint64_t r) { return !missing(x_[r]); });
-    nanRows_.assign(firstMissing, ownedRows_.end());
-    ownedRows_.erase(firstMissing, ownedRows_.end());
+    if (sorted && kind_ == ColumnKind::Numeric) {
+        // Already in order and clear of missing values: the sort is done.
+        ownedRows_.resize(sortedCount);
+        xs_.resize(sortedCount);
+        for (size_t i = 0; i < sortedCount; ++i) {
+            ownedRows_[i] = sorted[i].row;
+            xs_[i] = sorted[i].x;
+        }
+        sorted_ = true;
+        if (data_.xHasNaN)
+            for (uint64_t r : rows)
+                if (missing(x_[r])) nanRows_.push_back(r);
+    } else {
+        ownedRows_ = rows;
+        if (!data_.xHasNaN) return;
+        const auto firstMissing = std::stable_partition(ownedRows_.begin(), ownedRows_.end(),
+                                                        [&](uint64_t r) { return !missing(x_[r]); });
+        nanRows_.assign(firstMissing, ownedRows_.end());
+        ownedRows_.erase(firstMissing, ownedRows_.end());
+    }
     if (nanRows_.empty()) return;
     if (data_.isRegression()) {
         pNotNan_ = 0;
@@ -159,24 +165,8 @@ void IndexedColumn<X, Y, W>::fillFromEntries(const std::vector<Entry>& e) {
 }
 
 template <class X, class Y, class W>
-void IndexedColumn<X, Y, W>::sortEntries(Entry* first, Entry* last) {
-    const auto byX = [](const Entry& a, const Entry& b) { return a.x < b.x; };
-    if (size_t(last - first) < kSpreadsortRows) {
-        boost::sort::pdqsort(first, last, byX);
-    } else if constexpr (std::is_integral_v<X>) {
-        boost::sort::spreadsort::integer_sort(first, last, [](const Entry& e, unsigned shift) { return e.x >> shift; },
-                                              byX);
-    } else {
-        using Bits = std::conditional_t<sizeof(X) == 4, int32_t, int64_t>;
-        boost::sort::spreadsort::float_sort(
-            first, last,
-            [](const Entry& e, unsigned shift) { return boost::sort::spreadsort::float_mem_cast<X, Bits>(e.x) >> shift; },
-            byX);
-    }
-}
-
-template <class X, class Y, class W>
 void IndexedColumn<X, Y, W>::sort() {
+    if (sorted_) return;
     sorted_ = true;
     if (kind_ == ColumnKind::Binned || kind_ == ColumnKind::Quartile) return;
     const size_t n = rows_->size(), m = minLeaf_;
@@ -187,9 +177,9 @@ void IndexedColumn<X, Y, W>::sort() {
         // The first and last m positions hold the right rows, unordered inside.
         std::nth_element(e.begin(), e.begin() + (m - 1), e.end(), byX);
         std::nth_element(e.begin() + m, e.begin() + (n - m), e.end(), byX);
-        sortEntries(e.data() + m, e.data() + (n - m));
+        sortByX(e.data() + m, e.data() + (n - m));
     } else {
-        sortEntries(e.data(), e.data() + n);
+        sortByX(e.data(), e.data() + n);
     }
     fillFromEntries(e);
 }

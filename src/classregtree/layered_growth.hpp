@@ -153,7 +153,9 @@ void Node<X, Y, W>::resetToFresh() {
 }
 
 template <class X, class Y, class W>
-RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const RowVector& rows, const double* predictors) {
+RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const NodeRows<X>& nodeRows,
+                             const SortedOrders<X>& orders, const double* predictors) {
+    const RowVector& rows = nodeRows.rows;
     const TreeOptions& o = data.options;
     if (!(correctedWeight_ > 0) || size_ < o.minParent) return {};
     if (data.isRegression()) {
@@ -172,7 +174,9 @@ RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const RowVector& row
     std::vector<std::optional<IndexedColumn<X, Y, W>>> columns(listed);
     const auto search = [&](size_t k) {
         auto& column = columns[k].emplace(data, *this, list[k], curvature, interaction);
-        column.init(rows);
+        const uint64_t p = list[k];
+        if (data.keepsOrder(p)) column.init(rows, orders.at(p, nodeRows.sorted[p]), nodeRows.sorted[p].size);
+        else column.init(rows);
         pollInterrupt(data.interrupt);
         if (o.verbose > 1) hostPrintf("Sorting variable %i...\n", int(list[k]));
         column.sort();
@@ -280,6 +284,22 @@ void Tree<X, Y, W>::leafFit(const Node<X, Y, W>& node, const RowVector& rows, W*
     }
 }
 
+// Each numeric predictor's rows sorted once, for the whole growth.
+template <class X, class Y, class W>
+std::vector<SortedRows<X>> Tree<X, Y, W>::sortedRoot(const RowVector& rows) const {
+    std::vector<SortedRows<X>> sorted(data_.P);
+    tbb::parallel_for(uint64_t(0), data_.P, [&](uint64_t p) {
+        if (!data_.keepsOrder(p)) return;
+        const X* x = data_.column(p);
+        auto& list = sorted[p];
+        list.reserve(rows.size());
+        for (uint64_t r : rows)
+            if (!isMissing(x[r], data_.numBins[p])) list.push_back({x[r], r});
+        sortByX(list.data(), list.data() + list.size());
+    });
+    return sorted;
+}
+
 template <class X, class Y, class W>
 void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
     TreeOptions& o = data_.options;
@@ -305,8 +325,10 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
             }
     }
 
-    std::deque<RowVector> rowQueue;
-    rowQueue.push_back(rows);
+    std::deque<NodeRows<X>> rowQueue;
+    orders_.assign(sortedRoot(rows));
+    rowQueue.push_back({rows, orders_.rootSpans()});
+    side_.assign(data_.N, RowSide::Neither);
     if (freshNodes_) {
         Node<X, Y, W> prototype(data_.numClasses);
         prototype.riskThreshold_ = riskThreshold;
@@ -336,15 +358,22 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
         }
         if (o.verbose)
             hostPrintf("\nProcessing layer %i with maximal number of splits %i...\n", int(layer), int(layerWidth));
-        std::vector<RowPair> childRows(layerWidth);
+        std::vector<std::pair<NodeRows<X>, NodeRows<X>>> childRows(layerWidth);
         std::vector<uint8_t> isSplit(layerWidth, 0);
         const auto splitSlot = [&](uint64_t slot) {
             Node<X, Y, W>& node = nodes_[layerStart + slot];
             const double* predictors = sampling ? predictorBuffer.data() + slot * o.numVarsToSample : nullptr;
-            RowPair kids = node.split(data_, rowQueue[slot], predictors);
+            RowPair kids = node.split(data_, rowQueue[slot], orders_, predictors);
             if (!kids.first.empty() && !kids.second.empty()) {
                 isSplit[slot] = 1;
-                childRows[slot] = std::move(kids);
+                // Each child takes its part of every sorted predictor, in order.
+                for (uint64_t r : rowQueue[slot].rows) side_[r] = RowSide::Neither;
+                for (uint64_t r : kids.first) side_[r] = RowSide::Left;
+                for (uint64_t r : kids.second) side_[r] = RowSide::Right;
+                auto& [left, right] = childRows[slot];
+                orders_.partition(rowQueue[slot].sorted, side_.data(), left.sorted, right.sorted);
+                left.rows = std::move(kids.first);
+                right.rows = std::move(kids.second);
             }
             probeSite("classregtree_Tree_inside_layer", data_.interrupt);
         };
@@ -363,7 +392,7 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
         std::vector<uint64_t> candidates;  // slots, in slot order
         for (uint64_t slot = 0; slot < layerWidth; ++slot) {
             if (isSplit[slot]) candidates.push_back(slot);
-            else leafFit(nodes_[layerStart + slot], rowQueue[slot], fit, fitIsScores);
+            else leafFit(nodes_[layerStart + slot], rowQueue[slot].rows, fit, fitIsScores);
         }
         if (o.verbose) hostPrintf("    Found %i split candidates.\n", int(candidates.size()));
         const uint64_t remaining = o.maxSplits - numSplits;
@@ -377,7 +406,7 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
                 Node<X, Y, W>& node = nodes_[layerStart + candidates[k]];
                 if (o.verbose > 1) hostPrintf("Un-splitting node %i.\n", int(layerStart + candidates[k]));
                 node.unsplit();
-                leafFit(node, rowQueue[candidates[k]], fit, fitIsScores);
+                leafFit(node, rowQueue[candidates[k]].rows, fit, fitIsScores);
             }
             candidates.resize(remaining);
             std::sort(candidates.begin(), candidates.end());
@@ -387,7 +416,7 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
             if (nodes_.size() < numNodes_ + 2) nodes_.resize(numNodes_ + 2, prototype);
             Node<X, Y, W>& parent = nodes_[layerStart + slot];
             if (fit && parent.hasUnroutedRows_) leafFit(parent, parent.unroutedRows_, fit, fitIsScores);
-            RowPair& kids = childRows[slot];
+            auto& kids = childRows[slot];
             rowQueue.push_back(std::move(kids.first));
             rowQueue.push_back(std::move(kids.second));
             parent.left_ = numNodes_;
@@ -398,17 +427,18 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
                 child.id_ = numNodes_ + side;
                 child.parent_ = int64_t(layerStart + slot);
                 const auto& stats = side == 0 ? parent.leftStats_ : parent.rightStats_;
-                child.init(data_, rowQueue[rowQueue.size() - 2 + side], passStats ? stats.data() : nullptr);
+                child.init(data_, rowQueue[rowQueue.size() - 2 + side].rows, passStats ? stats.data() : nullptr);
             }
             numNodes_ += 2;
         }
+        orders_.nextLayer();
         numSplits += candidates.size();
         layerStart += layerWidth;
         layerWidth = 2 * candidates.size();
         ++layer;
     }
     if (fit)
-        for (size_t k = 0; k < rowQueue.size(); ++k) leafFit(nodes_[layerStart + k], rowQueue[k], fit, fitIsScores);
+        for (size_t k = 0; k < rowQueue.size(); ++k) leafFit(nodes_[layerStart + k], rowQueue[k].rows, fit, fitIsScores);
     nodes_.resize(numNodes_, prototype);
 }
 

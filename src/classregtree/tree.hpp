@@ -15,6 +15,7 @@
 #include <tbb/scalable_allocator.h>
 
 #include "classregtree/criteria/split_criterion.hpp"
+#include "classregtree/sorted_rows.hpp"
 #include "host/faultprobe.hpp"
 
 class RandStream;
@@ -60,6 +61,8 @@ struct TreeData {
     RandStream* stream = nullptr;  // draws the predictors offered to each node
 
     bool isRegression() const { return regCrit != nullptr; }
+    // Numeric predictors keep their rows in order from node to node.
+    bool keepsOrder(uint64_t p) const { return !isCategorical[p] && numBins[p] < 2; }
     // The class index the record shows for a class of the tree.
     uint64_t classOut(uint64_t c) const { return classes ? classes[c] : c; }
     const X* column(uint64_t p) const { return x + p * N; }
@@ -90,7 +93,8 @@ public:
     void init(const TreeData<X, Y, W>& data, const RowVector& rows, const W* stats);
     // Searches the node's split: the rows of the two children, both empty if
     // the node stays a leaf. `predictors` lists 1-based numbers, or is null.
-    RowPair split(const TreeData<X, Y, W>& data, const RowVector& rows, const double* predictors);
+    RowPair split(const TreeData<X, Y, W>& data, const NodeRows<X>& rows, const SortedOrders<X>& orders,
+                  const double* predictors);
     void unsplit();
     void resetToFresh();
     bool isBranch() const { return left_ != 0 || right_ != 0; }
@@ -143,10 +147,13 @@ public:
 
 private:
     void refreshResponse();
+    std::vector<SortedRows<X>> sortedRoot(const RowVector& rows) const;
     void leafFit(const Node<X, Y, W>& node, const RowVector& rows, W* fit, bool fitIsScores) const;
 
     TreeData<X, Y, W> data_;
     std::vector<uint64_t> classIndex_, classes_;
+    std::vector<RowSide> side_;
+    SortedOrders<X> orders_;
     std::vector<W> wy_;
     uint64_t numNodes_ = 0;
     std::vector<Node<X, Y, W>, tbb::scalable_allocator<Node<X, Y, W>>> nodes_;
