@@ -18,14 +18,14 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 struct Surrogate {
     double predictor, flip = 1, cut = kNaN;
-    std::vector<double> bins, left, right;  // 1-based bins; categories
+    std::vector<double> bins{}, left{}, right{};  // 1-based bins; categories
 };
 
 struct Node {
     double left = 0, right = 0, var = 0, cut = kNaN;
-    std::vector<double> bins, catLeft, catRight;  // 1-based bins; categories
+    std::vector<double> bins{}, catLeft{}, catRight{};  // 1-based bins; categories
     double prune = 0;
-    std::vector<Surrogate> surrogates;
+    std::vector<Surrogate> surrogates{};
 };
 
 struct Record {
