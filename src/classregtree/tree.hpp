@@ -61,8 +61,9 @@ struct TreeData {
     RandStream* stream = nullptr;  // draws the predictors offered to each node
 
     bool isRegression() const { return regCrit != nullptr; }
-    // Numeric predictors keep their rows in order from node to node.
-    bool keepsOrder(uint64_t p) const { return !isCategorical[p] && numBins[p] < 2; }
+    // Numeric predictors keep their rows in order from node to node, unless
+    // large nodes are searched at quartiles, which need no order.
+    bool keepsOrder(uint64_t p) const { return !options.quartileSearch && !isCategorical[p] && numBins[p] < 2; }
     // The class index the record shows for a class of the tree.
     uint64_t classOut(uint64_t c) const { return classes ? classes[c] : c; }
     const X* column(uint64_t p) const { return x + p * N; }
