@@ -63,7 +63,7 @@ GrowTreeInputs twoClasses(size_t N = 400, size_t P = 4, unsigned seed = 5) {
     }
     std::uniform_int_distribution<int> noise(0, 9), weight(1, 4);
     for (size_t i = 0; i < N; ++i) {
-        const bool above = in.x[i] + in.x[N + i] * 0.5 > double(N) * 0.2;
+        const bool above = in.x[i] + (P > 1 ? in.x[N + i] * 0.5 : 0.0) > double(N) * 0.2;
         in.y.push_back(double(above != (noise(gen) == 0)));
         in.w.push_back(weight(gen) * 0.25);
     }
