@@ -326,6 +326,8 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
     }
 
     std::deque<NodeRows<X>> rowQueue;
+    bool keepsOrders = false;
+    for (uint64_t p = 0; p < data_.P; ++p) keepsOrders = keepsOrders || data_.keepsOrder(p);
     orders_.assign(sortedRoot(rows));
     rowQueue.push_back({rows, orders_.rootSpans()});
     side_.assign(data_.N, RowSide::Neither);
@@ -366,12 +368,15 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
             RowPair kids = node.split(data_, rowQueue[slot], orders_, predictors);
             if (!kids.first.empty() && !kids.second.empty()) {
                 isSplit[slot] = 1;
-                // Each child takes its part of every sorted predictor, in order.
-                for (uint64_t r : rowQueue[slot].rows) side_[r] = RowSide::Neither;
-                for (uint64_t r : kids.first) side_[r] = RowSide::Left;
-                for (uint64_t r : kids.second) side_[r] = RowSide::Right;
                 auto& [left, right] = childRows[slot];
-                orders_.partition(rowQueue[slot].sorted, side_.data(), left.sorted, right.sorted);
+                if (keepsOrders) {
+                    // Each child takes its part of every sorted predictor, in order. Rows
+                    // are marked only then: a quartile cut may part copies of a row.
+                    for (uint64_t r : rowQueue[slot].rows) side_[r] = RowSide::Neither;
+                    for (uint64_t r : kids.first) side_[r] = RowSide::Left;
+                    for (uint64_t r : kids.second) side_[r] = RowSide::Right;
+                    orders_.partition(rowQueue[slot].sorted, side_.data(), left.sorted, right.sorted);
+                }
                 left.rows = std::move(kids.first);
                 right.rows = std::move(kids.second);
             }
