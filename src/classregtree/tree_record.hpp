@@ -2,6 +2,7 @@
 // per node, indices 1-based with 0 for none. Only the fields asked for are made.
 #pragma once
 
+#include <cmath>
 #include <cstring>
 
 #include "classregtree/tree.hpp"
@@ -79,7 +80,7 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
             });
             break;
         case 1:
-            out = perNode<double, W>(n, K, [&](size_t, size_t) { return W(0); });
+            out = createMatrix<double>(K, n);  // created zero: only the classes with rows are written
             for (size_t i = 0; i < n; ++i)
                 for (size_t c = 0; c < data.numClasses; ++c)
                     dataOf<double>(out.get())[i * K + data.classOut(c)] = double(node(i).classCount_[c]);
@@ -88,7 +89,9 @@ void exportTreeRecord(const Tree<X, Y, W>& tree, int fields, bool doubleOutput, 
             out = createMatrix<W>(K, n);
             for (size_t i = 0; i < n; ++i) {
                 W* column = dataOf<W>(out.get()) + i * K;
-                if (!regression && data.numClasses < K) std::fill(column, column + K, W(0) / node(i).weight_);
+                const W absent = W(0) / node(i).weight_;  // 0, or NaN without weight
+                if (!regression && data.numClasses < K && !(absent == 0 && !std::signbit(absent)))
+                    std::fill(column, column + K, absent);
                 for (size_t c = 0; c < data.numClasses; ++c) column[data.classOut(c)] = node(i).classProb_[c];
             }
             break;

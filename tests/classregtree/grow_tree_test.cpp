@@ -120,6 +120,7 @@ TEST(GrowTree, TreeWithoutSplitAndBadCalls) {
     const Record weightless = grow(in);
     EXPECT_EQ(field(weightless, 11), std::vector<double>{0});
     EXPECT_EQ(ndGetM(weightless[1].get()), (size_t(1) << 22) + 1);
+    EXPECT_TRUE(std::isnan(field(weightless, 2)[5]));  // a class without rows: 0 over no weight
     in.w.assign(10, 1.0);
     in.y[3] = 1;
     // No rows: a single root of no weight, whose regression value is NaN.
