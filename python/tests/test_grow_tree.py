@@ -87,3 +87,24 @@ def test_binding_returns_the_record():
     with pytest.raises(zvstats.HostError) as e:
         zvstats.call("classregtree::growTree", 1, x)
     assert e.value.identifier == "stats:classreg:learning:treeutils:growTree:BadNumberOfInputArgs"
+
+
+@pytest.mark.parametrize("classes", [0, 2, 3])
+def test_lookup_of_the_training_rows_fills_each_leaf_with_its_rows(classes):
+    # Numeric and categorical predictors; findNode walks the grown record back.
+    rng = np.random.default_rng(classes)
+    n = 600
+    x = np.column_stack([rng.permutation(n) * 0.5, rng.integers(1, 9, n), rng.integers(1, 5, n)]).astype(float)
+    y = (x[:, 1] % 3 + (x[:, 0] > 100) + rng.integers(0, 2, n)) % max(classes, 2) if classes else x[:, 1] * 0.5 + x[:, 0] * 0.01
+    cat = np.array([False, True, True])
+    rec = zvstats.call("classregtree::growTree", 24, x, y.reshape(-1, 1), np.ones((n, 1)), np.arange(n, dtype=float),
+                       False, cat, np.zeros((0, 0)), "gini" if classes else "mse", 3.0, 6.0, 1e9, 3.0, 0.0, 10.0, 0.0,
+                       np.zeros((0, 0)), 0.0, False, False, False, zvstats.RandStream(1), False, 0.0)
+    assert any(c is not None and np.size(c) for c in rec[4].ravel()), "no categorical split was made"
+    empty = np.empty((0, 0), object)
+    (node,) = zvstats.call("classregtree::findNode", 1, x, np.zeros(1), np.zeros((0, 0)), rec[0], cat, rec[7],
+                           np.zeros((0, 0)), rec[5], rec[4], empty, empty, empty, empty, empty, 0.0)
+    leaves = np.flatnonzero(rec[7].ravel() == 0)
+    counts = np.bincount(node.ravel().astype(int) - 1, minlength=rec[0].shape[1])
+    np.testing.assert_array_equal(counts[leaves], rec[13].ravel()[leaves])
+    assert counts.sum() == n

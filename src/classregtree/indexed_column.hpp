@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "classregtree/sorted_rows.hpp"
+#include "classregtree/nominal_split_finders.hpp"
 #include "classregtree/split_evaluators.hpp"
 #include "classregtree/tree.hpp"
 #include "host/console.hpp"
@@ -69,6 +70,7 @@ public:
     W gain_ = std::numeric_limits<W>::lowest();
     int64_t cutBinLeft_ = -1, cutBinRight_ = -1;
     int64_t bestDivision_ = -1;
+    std::vector<X> cutCategoriesLeft_, cutCategoriesRight_;  // each ascending
 
 private:
     using Entry = SortedEntry<X>;
@@ -81,6 +83,9 @@ private:
     void divideNumeric();
     void divideQuartile();
     void divideBinned();
+    void divideNominal();
+    // Fills the category lists; the best two-child value, or the largest finite number.
+    W findNominalSplitWithBestGain(std::span<const W> total);
     template <class Evaluator>
     W scanDivisions(Evaluator& evaluator);
     template <class Evaluator, class AddBin>
@@ -102,6 +107,9 @@ private:
     std::vector<uint64_t> binIds_, binCounts_;
     std::vector<W> binClassWeights_, binSumW_, binSumWY_, binSumWY2_;
     std::vector<W> notNanClassWeight_;
+    NominalLevels<X, W> levels_;
+    std::vector<std::array<W, 3>> levelSums_;  // regression: w, w*y, w*y*y per level
+    bool foundNominal_ = false;
     W critParent_, pParent_, pNotNan_;
 };
 
@@ -190,7 +198,7 @@ void IndexedColumn<X, Y, W>::divide() {
     case ColumnKind::Numeric: if (divisions_.empty()) divideNumeric(); break;
     case ColumnKind::Quartile: if (divisions_.empty()) divideQuartile(); break;
     case ColumnKind::Binned: if (binIds_.empty() && numBins_ >= 2) divideBinned(); break;
-    case ColumnKind::Nominal: break;  // categorical levels are not searched yet
+    case ColumnKind::Nominal: if (levels_.size() == 0) divideNominal(); break;
     }
 }
 
@@ -395,11 +403,21 @@ void IndexedColumn<X, Y, W>::findBestSplit() {
     if (!(pNotNan_ > 0)) return;
     if (printsAt(2)) hostPrintf("critParent_ = %g\n", double(critParent_));
     if (rows_->size() < 2 * m) return;
-    const bool binned = kind_ == ColumnKind::Binned;
-    if (binned ? binIds_.empty() : divisions_.empty()) return;
+    const bool binned = kind_ == ColumnKind::Binned, nominal = kind_ == ColumnKind::Nominal;
+    if (binned ? binIds_.empty() : nominal ? levels_.size() == 0 : divisions_.empty()) return;
     const bool someMissing = !nanRows_.empty();
     W bestKids;
-    if (data_.isRegression()) {
+    if (nominal) {
+        if (data_.isRegression()) {
+            if (!((someMissing ? pNotNan_ : node_.weight_) > 0)) return;
+            bestKids = findNominalSplitWithBestGain({});
+        } else {
+            const std::span<const W> total(someMissing ? notNanClassWeight_.data() : node_.classWeight_.data(),
+                                           data_.numClasses);
+            if (!(classSum(total) > 0)) return;
+            bestKids = findNominalSplitWithBestGain(total);
+        }
+    } else if (data_.isRegression()) {
         const W total = someMissing ? pNotNan_ : node_.weight_;
         if (!(total > 0)) return;
         W totalW = node_.weight_, totalWY = node_.sumWY_, totalWY2 = node_.sumWY2_;
@@ -425,9 +443,159 @@ void IndexedColumn<X, Y, W>::findBestSplit() {
                           : scanDivisions(evaluator);
     }
     // A column without a valid candidate cannot win.
-    if (bestDivision_ < 0 && cutBinLeft_ < 0) return;
+    if (bestDivision_ < 0 && cutBinLeft_ < 0 && !foundNominal_) return;
     gain_ = critParent_ - bestKids;
     if (printsAt(2)) hostPrintf("   gain = %13.10g\n", double(gain_));
+}
+
+// Levels from the distinct values in ascending order. For classification a
+// value whose rows all have one class joins that class's pool, one level per
+// class behind the others, which keeps the level count (and the exhaustive
+// search) small.
+template <class X, class Y, class W>
+void IndexedColumn<X, Y, W>::divideNominal() {
+    const size_t n = rows_->size();
+    if (n == 0 || xs_.size() != n || xs_.front() == xs_.back()) return;
+    const bool regression = data_.isRegression();
+    const size_t K = regression ? 1 : data_.numClasses;
+    std::vector<std::vector<X>> poolCategories(K);
+    std::vector<std::vector<uint64_t>> poolCounts(K, std::vector<uint64_t>(K, 0));
+    std::vector<std::vector<W>> poolWeights(K, std::vector<W>(K, W(0)));
+    std::vector<W> means;
+    for (size_t a = 0; a < n;) {
+        size_t b = a + 1;
+        while (b < n && xs_[b] == xs_[a]) ++b;
+        std::vector<uint64_t> counts(K, 0);
+        std::vector<W> weights(K, W(0));
+        std::array<W, 3> sums{};
+        for (size_t i = a; i < b; ++i) {
+            const uint64_t r = (*rows_)[i];
+            const size_t c = regression ? 0 : data_.classIndex[r];
+            ++counts[c];
+            weights[c] += data_.w[r];
+            if (regression) sums = {sums[0] + data_.w[r], sums[1] + data_.wy[2 * r], sums[2] + data_.wy[2 * r + 1]};
+        }
+        const auto present = std::count_if(counts.begin(), counts.end(), [](uint64_t c) { return c > 0; });
+        if (!regression && present == 1) {
+            const size_t c = size_t(std::find_if(counts.begin(), counts.end(), [](uint64_t v) { return v > 0; }) -
+                                    counts.begin());
+            poolCategories[c].push_back(xs_[a]);
+            poolCounts[c][c] += counts[c];
+            poolWeights[c][c] += weights[c];
+        } else {
+            levels_.categories.push_back({xs_[a]});
+            levels_.sizes.push_back(b - a);
+            levels_.counts.push_back(std::move(counts));
+            levels_.classWeights.push_back(std::move(weights));
+            if (regression) {
+                levelSums_.push_back(sums);
+                means.push_back(sums[0] > 0 ? sums[1] / sums[0] : W(0));
+            }
+        }
+        a = b;
+    }
+    for (size_t c = 0; c < K; ++c) {
+        if (poolCategories[c].empty()) continue;
+        levels_.categories.push_back(std::move(poolCategories[c]));
+        levels_.sizes.push_back(poolCounts[c][c]);
+        levels_.counts.push_back(std::move(poolCounts[c]));
+        levels_.classWeights.push_back(std::move(poolWeights[c]));
+    }
+    const size_t L = levels_.size();
+    levels_.order.assign(K, {});
+    if (regression) {
+        auto& order = levels_.order[0];
+        order.resize(L);
+        std::iota(order.begin(), order.end(), size_t(0));
+        std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+            return means[a] < means[b] || (means[a] == means[b] && levelSums_[a][0] < levelSums_[b][0]);
+        });
+        return;
+    }
+    for (size_t c = 0; c < K; ++c) {
+        auto& order = levels_.order[c];
+        std::vector<W> share(L, W(0));
+        for (size_t l = 0; l < L; ++l) {
+            if (levels_.counts[l][c] == 0) continue;
+            order.push_back(l);
+            share[l] = levels_.classWeights[l][c] / classSum<W>(levels_.classWeights[l]);
+        }
+        std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) {
+            const W wa = levels_.classWeights[a][c], wb = levels_.classWeights[b][c];
+            return share[a] > share[b] || (share[a] == share[b] && wa > wb);
+        });
+    }
+}
+
+template <class X, class Y, class W>
+W IndexedColumn<X, Y, W>::findNominalSplitWithBestGain(std::span<const W> total) {
+    const uint64_t verbose = data_.options.verbose;
+    std::optional<NominalSplit<W>> best;
+    const char* bestMethod = "";
+    const auto compete = [&](std::optional<NominalSplit<W>> found, const char* method) {
+        // The smallest value wins; the method that ran first on a tie.
+        if (found && !found->left.empty() && !found->right.empty() && (!best || found->value < best->value)) {
+            best = std::move(found);
+            bestMethod = method;
+        }
+    };
+    if (data_.isRegression()) {
+        W totalW = 0, totalWY = 0, totalWY2 = 0;
+        for (const auto& sums : levelSums_) totalW += sums[0], totalWY += sums[1], totalWY2 += sums[2];
+        if (nanRows_.empty()) totalW = node_.weight_, totalWY = node_.sumWY_, totalWY2 = node_.sumWY2_;
+        RegressionSplitCriterionEvaluator<W> evaluator(data_.w, data_.wy, totalW, totalWY, totalWY2);
+        const auto& order = levels_.order[0];
+        const uint64_t rows = rows_->size();
+        uint64_t leftCount = 0;
+        NominalSplit<W> split;
+        std::optional<size_t> bestPosition;
+        for (size_t k = 0; k < order.size(); ++k) {
+            const auto& sums = levelSums_[order[k]];
+            evaluator.addSums(sums[0], sums[1], sums[2]);
+            leftCount += levels_.sizes[order[k]];
+            if (rows - leftCount < minLeaf_) break;
+            if (leftCount < minLeaf_) continue;
+            W value;
+            const KidsState state = evaluator.evaluate(value);
+            if (state == KidsState::RightEmpty) break;
+            if (state == KidsState::Valid && value < split.value) split.value = value, bestPosition = k;
+        }
+        if (bestPosition) {
+            prefixSplit(order, *bestPosition, {}, split.left, split.right);
+            compete(std::move(split), "Regression");
+        }
+    } else {
+        namespace ids = stats::classreg::learning::treeutils::IndexedColumn::findNominalSplitWithBestGain;
+        std::vector<W> correctedTotal(total.size());
+        data_.classCrit->correct(total, correctedTotal);
+        const ClassificationNominalSplitFinder<X, W> finder(levels_, correctedTotal, *data_.classCrit, minLeaf_,
+                                                            verbose);
+        const uint64_t K = data_.numClassesOut, L = levels_.size(), algCat = data_.options.algCat;
+        if (K == 2) compete(finder.pullLeft(K), "PullLeft");
+        else if (algCat == 0 && L <= data_.options.maxCat) compete(finder.exact(), "Exact");
+        else if (algCat == 0 && K <= 4) compete(finder.pca(), "PCA"), compete(finder.ovaByClass(), "OVAbyClass");
+        else if (algCat == 0) compete(finder.pullLeft(K), "PullLeft"), compete(finder.pca(), "PCA");
+        else if (algCat == 1) compete(finder.exact(), "Exact");
+        else if (algCat == 2) compete(finder.pullLeft(K), "PullLeft");
+        else if (algCat == 3) compete(finder.pca(), "PCA");
+        else if (algCat == 4) compete(finder.ovaByClass(), "OVAbyClass");
+        else ndErrMsgId(ids::BadAlgCat());
+    }
+    if (!best) return std::numeric_limits<W>::max();
+    if (verbose > 1)
+        hostPrintf("     Found nominal split with %i and %i levels by method %s.\n", int(best->left.size()),
+                   int(best->right.size()), bestMethod);
+    for (size_t l : best->left)
+        cutCategoriesLeft_.insert(cutCategoriesLeft_.end(), levels_.categories[l].begin(), levels_.categories[l].end());
+    for (size_t l : best->right)
+        cutCategoriesRight_.insert(cutCategoriesRight_.end(), levels_.categories[l].begin(),
+                                   levels_.categories[l].end());
+    std::sort(cutCategoriesLeft_.begin(), cutCategoriesLeft_.end());
+    std::sort(cutCategoriesRight_.begin(), cutCategoriesRight_.end());
+    // The left list never lies wholly above the right one.
+    if (cutCategoriesRight_.back() < cutCategoriesLeft_.front()) std::swap(cutCategoriesLeft_, cutCategoriesRight_);
+    foundNominal_ = true;
+    return best->value;
 }
 
 template <class X, class Y, class W>
@@ -446,7 +614,12 @@ template <class X, class Y, class W>
 RowPair IndexedColumn<X, Y, W>::splitRows() const {
     RowPair kids;
     const RowVector& rows = *rows_;
-    if (kind_ == ColumnKind::Binned) {
+    if (kind_ == ColumnKind::Nominal) {
+        if (!foundNominal_) return kids;
+        for (uint64_t r : rows)
+            (std::binary_search(cutCategoriesLeft_.begin(), cutCategoriesLeft_.end(), x_[r]) ? kids.first : kids.second)
+                .push_back(r);
+    } else if (kind_ == ColumnKind::Binned) {
         if (cutBinLeft_ < 0) return kids;
         for (uint64_t r : rows) {
             if (missing(x_[r])) continue;

@@ -213,6 +213,8 @@ RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const NodeRows<X>& n
     cutBinLeft_ = winner->cutBinLeft_;
     cutBinRight_ = winner->cutBinRight_;
     cutPoint_ = winner->cutPoint();
+    cutCategoriesLeft_ = winner->cutCategoriesLeft_;
+    cutCategoriesRight_ = winner->cutCategoriesRight_;
     cutVar_ = int64_t(winner->predictor());
     gain_ = winner->gain_;
     if (!data.xHasNaN && winner->kind() == ColumnKind::Binned && data.isRegression())

@@ -48,6 +48,8 @@ void dpotrs_(const char* uplo, const int* n, const int* nrhs, const double* a, c
 void spotrs_(const char* uplo, const int* n, const int* nrhs, const float* a, const int* lda,
              float* b, const int* ldb, int* info, size_t);
 void daxpy_(const int* n, const double* alpha, const double* x, const int* incx, double* y, const int* incy);
+void dsyev_(const char* jobz, const char* uplo, const int* n, double* a, const int* lda, double* w, double* work,
+            const int* lwork, int* info, size_t, size_t);
 void saxpy_(const int* n, const float* alpha, const float* x, const int* incx, float* y, const int* incy);
 }
 

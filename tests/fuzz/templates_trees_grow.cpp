@@ -35,6 +35,20 @@ ZV_FUZZ_TEMPLATES("classregtree::growTree", growTree) {
         in.maxSplits = 2;
         return in.build();
     });
+    for (double algCat : {0.0, 3.0})
+        t.add("categorical, three classes, method " + std::to_string(int(algCat)), 5, [=] {
+            auto in = smallTree(ndDOUBLE_CLASS, false);
+            in.categorical = {true, false, true};
+            auto args = in.build();
+            args[13] = scalar(algCat == 0 ? 10 : 2);  // levels searched exhaustively up to
+            args[14] = scalar(algCat);
+            return args;
+        });
+    t.add("categorical regression, single", 24, [] {
+        auto in = smallTree(ndSINGLE_CLASS, true);
+        in.categorical = {true, true, false};
+        return in.build();
+    });
     t.add("quartile search, twoing, serial", 16, [] {
         auto in = smallTree(ndDOUBLE_CLASS, false);
         in.criterion = "twoing";
