@@ -38,11 +38,9 @@ zvtest::GrowTreeInputs noisyClasses(size_t N, size_t P, ndClassID cls, bool regr
 
 void run(benchmark::State& state, const zvtest::GrowTreeInputs& in) {
     const auto args = in.build();
-    std::vector<const ndArray*> raw;
-    for (const auto& a : args) raw.push_back(a.get());
     size_t nodes = 0;
     for (auto _ : state) {
-        auto out = zvhost::call(classregtree::growTree, 1, raw);
+        auto out = zvtest::growTreeOn(args, 1);
         nodes = ndGetN(out[0].get());
     }
     state.counters["nodes"] = double(nodes);

@@ -16,12 +16,7 @@ using zvhost::Owned;
 using zvtest::GrowTreeInputs;
 using Record = std::vector<Owned>;
 
-Record grow(const GrowTreeInputs& in, int numOutputs = 24) {
-    const auto args = in.build();
-    std::vector<const ndArray*> raw;
-    for (const auto& a : args) raw.push_back(a.get());
-    return zvhost::call(classregtree::growTree, numOutputs, raw);
-}
+Record grow(const GrowTreeInputs& in, int numOutputs = 24) { return zvtest::growTreeOn(in.build(), numOutputs); }
 
 // Any numeric field as doubles.
 std::vector<double> field(const Record& r, int k) {

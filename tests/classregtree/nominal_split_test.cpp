@@ -13,12 +13,7 @@ namespace {
 
 using zvtest::GrowTreeInputs;
 
-std::vector<zvhost::Owned> grow(const GrowTreeInputs& in) {
-    const auto args = in.build();
-    std::vector<const ndArray*> raw;
-    for (const auto& a : args) raw.push_back(a.get());
-    return zvhost::call(classregtree::growTree, 17, raw);
-}
+std::vector<zvhost::Owned> grow(const GrowTreeInputs& in) { return zvtest::growTreeOn(in.build(), 17); }
 
 // One categorical predictor of `levels` values (1..levels); classes or a response at random.
 GrowTreeInputs categorical(size_t N, size_t levels, size_t classes, unsigned seed) {
@@ -86,13 +81,9 @@ TEST(NominalSplits, HeuristicsStayWithinTheBestPartition) {
         auto in = categorical(200, 7, 4, 9);
         in.maxSplits = 1;
         const double bound = bruteForceGain(in, 7, false);
-        zvtest::GrowTreeInputs forced = in;
-        forced.criterion = "gini";
-        auto args = forced.build();
+        auto args = in.build();
         args[14] = zvhost::scalar(algCat);
-        std::vector<const ndArray*> raw;
-        for (const auto& a : args) raw.push_back(a.get());
-        const auto r = zvhost::call(classregtree::growTree, 17, raw);
+        const auto r = zvtest::growTreeOn(args, 17);
         const double gain = rootGain(r);
         EXPECT_GT(gain, 0.0) << algCat;
         EXPECT_LE(gain, bound + 1e-9) << algCat;
@@ -109,17 +100,13 @@ TEST(NominalSplits, MethodTableIdentifiers) {
     auto three = categorical(60, 4, 3, 2);
     auto args = three.build();
     args[14] = zvhost::scalar(7);  // no such method
-    std::vector<const ndArray*> raw;
-    for (const auto& a : args) raw.push_back(a.get());
-    EXPECT_EQ(zvtest::raisedId([&] { zvhost::call(classregtree::growTree, 1, raw); }),
+    EXPECT_EQ(zvtest::raisedId([&] { zvtest::growTreeOn(args, 1); }),
               "stats:classreg:learning:treeutils:IndexedColumn:findNominalSplitWithBestGain:BadAlgCat");
     // Two classes look at no method number at all.
     auto two = categorical(60, 4, 2, 2);
     auto twoArgs = two.build();
     twoArgs[14] = zvhost::scalar(7);
-    std::vector<const ndArray*> twoRaw;
-    for (const auto& a : twoArgs) twoRaw.push_back(a.get());
-    EXPECT_EQ(zvtest::raisedId([&] { zvhost::call(classregtree::growTree, 1, twoRaw); }), "");
+    EXPECT_EQ(zvtest::raisedId([&] { zvtest::growTreeOn(twoArgs, 1); }), "");
     // The exhaustive search takes 63 levels at most: 64 mixed levels, forced.
     GrowTreeInputs many;
     many.N = 192;
@@ -128,9 +115,7 @@ TEST(NominalSplits, MethodTableIdentifiers) {
     for (size_t i = 0; i < many.N; ++i) many.x.push_back(double(i % 64)), many.y.push_back(double(i / 64));
     auto manyArgs = many.build();
     manyArgs[14] = zvhost::scalar(1);
-    std::vector<const ndArray*> manyRaw;
-    for (const auto& a : manyArgs) manyRaw.push_back(a.get());
-    EXPECT_EQ(zvtest::raisedId([&] { zvhost::call(classregtree::growTree, 1, manyRaw); }),
+    EXPECT_EQ(zvtest::raisedId([&] { zvtest::growTreeOn(manyArgs, 1); }),
               "stats:classreg:learning:treeutils:ClassificationNominalSplitFinder:exact:TooManyLevels");
     // One level: no split; pure values merge into one level per class: three
     // levels, parted by two splits.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "gateway_declarations.hpp"
 #include "zvhost/arrays.hpp"
 #include "zvhost/control.hpp"
 
@@ -75,5 +76,12 @@ struct GrowTreeInputs {
         return in;
     }
 };
+
+// growTree on prepared inputs (which a test may have changed), `numOutputs` fields.
+inline std::vector<zvhost::Owned> growTreeOn(const std::vector<zvhost::Owned>& args, int numOutputs = 24) {
+    std::vector<const ndArray*> raw;
+    for (const auto& a : args) raw.push_back(a.get());
+    return zvhost::call(classregtree::growTree, numOutputs, raw);
+}
 
 }  // namespace zvtest
