@@ -1,8 +1,11 @@
 // classregtree::growTree: one classification or regression tree, grown
 // breadth first, returned as the 24 arrays of the tree record.
+#include <algorithm>
+
 #include "classregtree/grow_tree.hpp"
 #include "frame/checked.hpp"
 #include "frame/gateway.hpp"
+#include "frame/limits.hpp"
 #include "host/callback.hpp"
 
 namespace {
@@ -61,8 +64,9 @@ ZV_DEFINE_GATEWAY(growTree) {
     readCriterion(inputs[7], call);
     TreeOptions& o = call.options;
     o.quartileSearch = flag(inputs[4]);
-    // A leaf holds at least one row: a minimum of 0 is 1.
-    o.minLeaf = std::max<uint64_t>(count(inputs[8]), 1);
+    // A leaf holds at least one row: a minimum of 0 is 1. Beyond any possible
+    // row count the minimum changes nothing, and twice it must not overflow.
+    o.minLeaf = std::clamp<uint64_t>(count(inputs[8]), 1, zv::kMaxElementCountWord);
     o.minParent = count(inputs[9]);
     o.maxSplits = count(inputs[10]);
     o.numVarsToSample = std::min<uint64_t>(count(inputs[11]), call.P);

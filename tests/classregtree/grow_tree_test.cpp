@@ -98,6 +98,9 @@ TEST(GrowTree, RecordShapesAndClasses) {
 
 TEST(GrowTree, TreeWithoutSplitAndBadCalls) {
     auto in = twoClasses(10, 2);
+    in.minLeaf = std::ldexp(1.0, 63);  // twice it overflowed into a search past the rows
+    EXPECT_EQ(numNodes(grow(in)), 1u);
+    in.minLeaf = 1;
     in.maxSplits = 0;
     const Record stump = grow(in);
     ASSERT_EQ(numNodes(stump), 1u);
