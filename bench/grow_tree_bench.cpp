@@ -1,8 +1,8 @@
 // classregtree::growTree through the host's call boundary on two noisy
 // classes from three of P predictors (6% of labels flipped), distinct values
 // on a grid single precision holds exactly: the full tree of 200,000 x 20
-// single (about 32,000 nodes), a budget of 255 splits, quartile search, and a
-// double regression tree. Items/s counts rows.
+// single (about 32,000 nodes), a budget of 255 splits, quartile search, a
+// double regression tree, and ten categorical predictors. Items/s counts rows.
 //   build/bin/grow_tree_bench [--benchmark_filter=Full]
 #include <benchmark/benchmark.h>
 
@@ -64,8 +64,25 @@ void BM_RegressionDouble_100k_x10_leaf5(benchmark::State& state) {
     run(state, in);
 }
 
+// Ten categorical predictors of 20 levels; three classes from two of them.
+void BM_CategoricalThreeClasses_100k_x10_L20(benchmark::State& state) {
+    zvtest::GrowTreeInputs in;
+    in.N = 100000;
+    in.P = 10;
+    in.categorical.assign(in.P, true);
+    std::mt19937 gen(5);
+    std::uniform_int_distribution<int> level(1, 20), effect(0, 2), coin(0, 1);
+    std::vector<int> effects(in.P * 21);
+    for (auto& e : effects) e = effect(gen);
+    for (size_t i = 0; i < in.N * in.P; ++i) in.x.push_back(level(gen));
+    for (size_t i = 0; i < in.N; ++i)
+        in.y.push_back((effects[size_t(in.x[i])] + effects[21 + size_t(in.x[in.N + i])] + coin(gen)) % 3);
+    run(state, in);
+}
+
 }  // namespace
 
+BENCHMARK(BM_CategoricalThreeClasses_100k_x10_L20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_FullTreeSingle_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_MaxSplits255Single_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_QuartileSearchSingle_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
