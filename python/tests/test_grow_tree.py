@@ -89,22 +89,31 @@ def test_binding_returns_the_record():
     assert e.value.identifier == "stats:classreg:learning:treeutils:growTree:BadNumberOfInputArgs"
 
 
+@pytest.mark.parametrize("surrogates", [0, 3])
 @pytest.mark.parametrize("classes", [0, 2, 3])
-def test_lookup_of_the_training_rows_fills_each_leaf_with_its_rows(classes):
-    # Numeric and categorical predictors; findNode walks the grown record back.
+def test_lookup_of_the_training_rows_fills_each_leaf_with_its_rows(classes, surrogates):
+    # Numeric and categorical predictors, some values missing; findNode walks
+    # the grown record back, through the surrogates when there are some.
     rng = np.random.default_rng(classes)
     n = 600
-    x = np.column_stack([rng.permutation(n) * 0.5, rng.integers(1, 9, n), rng.integers(1, 5, n)]).astype(float)
+    x = np.column_stack([rng.permutation(n) * 0.5, rng.integers(1, 9, n), rng.integers(1, 5, n),
+                         rng.permutation(n) * 0.25]).astype(float)
+    x[:, 3] = x[:, 0] * 0.5 + rng.normal(0, 20, n)
     y = (x[:, 1] % 3 + (x[:, 0] > 100) + rng.integers(0, 2, n)) % max(classes, 2) if classes else x[:, 1] * 0.5 + x[:, 0] * 0.01
-    cat = np.array([False, True, True])
+    x[rng.random((n, 4)) < 0.05] = np.nan
+    cat = np.array([False, True, True, False])
     rec = zvstats.call("classregtree::growTree", 24, x, y.reshape(-1, 1), np.ones((n, 1)), np.arange(n, dtype=float),
-                       False, cat, np.zeros((0, 0)), "gini" if classes else "mse", 3.0, 6.0, 1e9, 3.0, 0.0, 10.0, 0.0,
-                       np.zeros((0, 0)), 0.0, False, False, False, zvstats.RandStream(1), False, 0.0)
+                       False, cat, np.zeros((0, 0)), "gini" if classes else "mse", 3.0, 6.0, 1e9, 4.0,
+                       float(surrogates), 10.0, 0.0, np.zeros((0, 0)), 0.0, False, False, False, zvstats.RandStream(1),
+                       False, 0.0)
     assert any(c is not None and np.size(c) for c in rec[4].ravel()), "no categorical split was made"
     empty = np.empty((0, 0), object)
+    cells = [rec[18], rec[21], rec[20], rec[19], rec[17]] if surrogates else [empty] * 5
     (node,) = zvstats.call("classregtree::findNode", 1, x, np.zeros(1), np.zeros((0, 0)), rec[0], cat, rec[7],
-                           np.zeros((0, 0)), rec[5], rec[4], empty, empty, empty, empty, empty, 0.0)
+                           np.zeros((0, 0)), rec[5], rec[4], *cells, 0.0)
     leaves = np.flatnonzero(rec[7].ravel() == 0)
     counts = np.bincount(node.ravel().astype(int) - 1, minlength=rec[0].shape[1])
     np.testing.assert_array_equal(counts[leaves], rec[13].ravel()[leaves])
+    # Rows that no split could place stop at their branch.
     assert counts.sum() == n
+    assert (counts[rec[7].ravel() != 0] > 0).any() == bool(rec[8].any())

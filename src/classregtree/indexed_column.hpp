@@ -57,8 +57,11 @@ public:
     void findBestSplit();
     // Threshold halfway between the best division's value and the first
     // different value stored behind it; "no cut point" without one.
-    X cutPoint() const;
-    RowPair splitRows() const;
+    X cutPoint(bool surrogate = false) const;
+    RowPair splitRows(bool surrogate = false) const;
+    // How well this column imitates the node's split, whose sides `side` marks
+    // for the node's rows: true with the association when it is above 0.
+    bool findSurrogate(W minP, const RowSide* side, W& association);
     // Regression over bins: sums of w, w*y, w*y*y on each side of the best cut.
     void binnedChildStats(std::array<W, 3>& left, std::array<W, 3>& right) const;
 
@@ -71,6 +74,10 @@ public:
     int64_t cutBinLeft_ = -1, cutBinRight_ = -1;
     int64_t bestDivision_ = -1;
     std::vector<X> cutCategoriesLeft_, cutCategoriesRight_;  // each ascending
+    // The best surrogate split of this column.
+    int64_t surrogateDivision_ = -1, surrogateBinLeft_ = -1, surrogateBinRight_ = -1, surrogateFlip_ = 0;
+    std::vector<X> surrogateCategoriesLeft_, surrogateCategoriesRight_;
+    W surrogateGain_ = std::numeric_limits<W>::lowest();
 
 private:
     using Entry = SortedEntry<X>;
@@ -91,6 +98,16 @@ private:
     template <class Evaluator, class AddBin>
     W scanBins(Evaluator& evaluator, AddBin&& addBin);
     bool printsAt(uint64_t level) const { return data_.options.verbose > level; }
+    // Weight of a class vector as the criterion sees it; regression: the plain weight.
+    W correctedSum(std::vector<W>& classWeights) const {
+        if (data_.isRegression()) return classWeights[0];
+        data_.classCrit->correct(classWeights, classWeights);
+        return classSum<W>(classWeights);
+    }
+    void addRow(std::vector<W>& classWeights, uint64_t r) const {
+        classWeights[data_.isRegression() ? 0 : data_.classIndex[r]] += data_.w[r];
+    }
+    W associationSearch(W minP, const RowSide* side, W pL, W pR);
 
     const TreeData<X, Y, W>& data_;
     const Node<X, Y, W>& node_;
@@ -599,9 +616,10 @@ W IndexedColumn<X, Y, W>::findNominalSplitWithBestGain(std::span<const W> total)
 }
 
 template <class X, class Y, class W>
-X IndexedColumn<X, Y, W>::cutPoint() const {
-    if (bestDivision_ < 0) return noCutPoint<X>();
-    const size_t d = size_t(bestDivision_);
+X IndexedColumn<X, Y, W>::cutPoint(bool surrogate) const {
+    const int64_t division = surrogate ? surrogateDivision_ : bestDivision_;
+    if (division < 0) return noCutPoint<X>();
+    const size_t d = size_t(division);
     for (size_t k = d + 1; k < xs_.size(); ++k)
         if (!sameX(xs_[k], xs_[d])) {
             if constexpr (std::is_integral_v<X>) return X((double(xs_[k]) + double(xs_[d])) * 0.5);
@@ -611,25 +629,165 @@ X IndexedColumn<X, Y, W>::cutPoint() const {
 }
 
 template <class X, class Y, class W>
-RowPair IndexedColumn<X, Y, W>::splitRows() const {
+RowPair IndexedColumn<X, Y, W>::splitRows(bool surrogate) const {
     RowPair kids;
     const RowVector& rows = *rows_;
+    const auto& leftCategories = surrogate ? surrogateCategoriesLeft_ : cutCategoriesLeft_;
+    const int64_t leftBin = surrogate ? surrogateBinLeft_ : cutBinLeft_;
+    const int64_t division = surrogate ? surrogateDivision_ : bestDivision_;
     if (kind_ == ColumnKind::Nominal) {
-        if (!foundNominal_) return kids;
+        if (surrogate ? surrogateCategoriesLeft_.empty() && surrogateCategoriesRight_.empty() : !foundNominal_)
+            return kids;
         for (uint64_t r : rows)
-            (std::binary_search(cutCategoriesLeft_.begin(), cutCategoriesLeft_.end(), x_[r]) ? kids.first : kids.second)
+            (std::binary_search(leftCategories.begin(), leftCategories.end(), x_[r]) ? kids.first : kids.second)
                 .push_back(r);
     } else if (kind_ == ColumnKind::Binned) {
-        if (cutBinLeft_ < 0) return kids;
+        if (leftBin < 0) return kids;
         for (uint64_t r : rows) {
             if (missing(x_[r])) continue;
-            (binOf(x_[r]) <= uint64_t(cutBinLeft_) ? kids.first : kids.second).push_back(r);
+            (binOf(x_[r]) <= uint64_t(leftBin) ? kids.first : kids.second).push_back(r);
         }
-    } else if (bestDivision_ >= 0) {
-        kids.first.assign(rows.begin(), rows.begin() + bestDivision_ + 1);
-        kids.second.assign(rows.begin() + bestDivision_ + 1, rows.end());
+    } else if (division >= 0) {
+        kids.first.assign(rows.begin(), rows.begin() + division + 1);
+        kids.second.assign(rows.begin() + division + 1, rows.end());
     }
     return kids;
+}
+
+template <class X, class Y, class W>
+bool IndexedColumn<X, Y, W>::findSurrogate(W minP, const RowSide* side, W& association) {
+    surrogateGain_ = std::numeric_limits<W>::lowest();
+    if (!(pNotNan_ > 0) || rows_->size() < 2 * minLeaf_) return false;
+    if (!divided_) {
+        sort();
+        divide();
+        divided_ = true;
+    }
+    const bool empty = kind_ == ColumnKind::Binned    ? binIds_.empty()
+                       : kind_ == ColumnKind::Nominal ? levels_.size() == 0
+                                                      : divisions_.empty();
+    if (empty) return false;
+    // The children's rows that have a value here: the column's rows by their marks.
+    const size_t K = data_.isRegression() ? 1 : data_.numClasses;
+    std::vector<W> left(K, W(0)), right(K, W(0));
+    size_t leftRows = 0, rightRows = 0;
+    for (uint64_t r : *rows_) {
+        if (side[r] == RowSide::Left) addRow(left, r), ++leftRows;
+        else if (side[r] == RowSide::Right) addRow(right, r), ++rightRows;
+    }
+    if (printsAt(3)) hostPrintf("      Size of kids 1: %i   Size of kids 2: %i\n", int(leftRows), int(rightRows));
+    if (leftRows == 0 || rightRows == 0) return false;
+    const W pL = correctedSum(left), pR = correctedSum(right);
+    if (printsAt(3)) hostPrintf("      pL=%g   pR=%g\n", double(pL / pParent_), double(pR / pParent_));
+    if (!(pL / pParent_ > 0) || !(pR / pParent_ > 0)) return false;
+    association = associationSearch(minP, side, pL, pR);
+    if (!(association > 0)) return false;
+    // The surrogate's own gain, against the share of the parent its rows hold.
+    RowPair kids = splitRows(true);
+    RowVector all = kids.first;
+    all.insert(all.end(), kids.second.begin(), kids.second.end());
+    W value;
+    KidsState state;
+    const RowVector& shorter = kids.second.size() < kids.first.size() ? kids.second : kids.first;
+    W allWeight;
+    if (data_.isRegression()) {
+        W totalW = 0, totalWY = 0, totalWY2 = 0;
+        for (uint64_t r : all) totalW += data_.w[r], totalWY += data_.wy[2 * r], totalWY2 += data_.wy[2 * r + 1];
+        RegressionSplitCriterionEvaluator<W> evaluator(data_.w, data_.wy, totalW, totalWY, totalWY2);
+        evaluator.add(shorter.data(), shorter.data() + shorter.size());
+        state = evaluator.evaluate(value);
+        allWeight = totalW;
+    } else {
+        std::vector<W> total(K, W(0));
+        for (uint64_t r : all) addRow(total, r);
+        ClassificationSplitCriterionEvaluator<W> evaluator(*data_.classCrit, data_.classIndex, data_.w, total);
+        evaluator.add(shorter.data(), shorter.data() + shorter.size());
+        state = evaluator.evaluate(value);
+        allWeight = correctedSum(total);
+    }
+    if (state != KidsState::Valid) return false;
+    const W parent = all.size() < rows_->size() ? critParent_ * (allWeight / pNotNan_) : critParent_;
+    surrogateGain_ = parent - value;
+    return true;
+}
+
+// The share of the naive rule's error (every row to the larger child) that a
+// candidate removes, read straight or flipped; the best strictly positive one.
+template <class X, class Y, class W>
+W IndexedColumn<X, Y, W>::associationSearch(W minP, const RowSide* side, W pL, W pR) {
+    const size_t K = data_.isRegression() ? 1 : data_.numClasses;
+    W best = 0;
+    const auto judge = [&](W pLL, W pRL) -> std::pair<W, int> {
+        const W pLR = pL / pParent_ - pLL, pRR = pR / pParent_ - pRL;
+        if (pRR + pLL < pLR + pRL) return {(minP - (1 - pLR - pRL)) / minP, -1};
+        return {(minP - (1 - pLL - pRR)) / minP, 1};
+    };
+    std::vector<W> leftIn(K, W(0)), rightIn(K, W(0)), scratch(K);
+    const auto shares = [&] {
+        scratch = leftIn;
+        const W pLL = correctedSum(scratch) / pParent_;
+        scratch = rightIn;
+        return std::pair{pLL, correctedSum(scratch) / pParent_};
+    };
+    const auto addMarked = [&](uint64_t r) {
+        if (side[r] == RowSide::Left) addRow(leftIn, r);
+        else if (side[r] == RowSide::Right) addRow(rightIn, r);
+    };
+    if (kind_ == ColumnKind::Nominal) {
+        // Each category alone goes to the side that holds more of its weight.
+        W sumLeft = 0, sumRight = 0;
+        const size_t n = rows_->size();
+        for (size_t a = 0; a < n;) {
+            size_t b = a;
+            std::fill(leftIn.begin(), leftIn.end(), W(0));
+            std::fill(rightIn.begin(), rightIn.end(), W(0));
+            for (; b < n && xs_[b] == xs_[a]; ++b) addMarked((*rows_)[b]);
+            const W l = correctedSum(leftIn), r = correctedSum(rightIn);
+            if (r <= l) surrogateCategoriesLeft_.push_back(xs_[a]), sumLeft += l;
+            else surrogateCategoriesRight_.push_back(xs_[a]), sumRight += r;
+            a = b;
+        }
+        surrogateFlip_ = 0;
+        return (minP - (1 - sumLeft / pParent_ - sumRight / pParent_)) / minP;
+    }
+    if (kind_ == ColumnKind::Binned) {
+        std::vector<std::vector<W>> binLeft(binIds_.size(), std::vector<W>(K, W(0))), binRight = binLeft;
+        for (uint64_t r : *rows_) {
+            const size_t b = size_t(std::lower_bound(binIds_.begin(), binIds_.end(), binOf(x_[r])) - binIds_.begin());
+            if (side[r] == RowSide::Left) addRow(binLeft[b], r);
+            else if (side[r] == RowSide::Right) addRow(binRight[b], r);
+        }
+        for (size_t b = 0; b + 1 < binIds_.size(); ++b) {
+            for (size_t c = 0; c < K; ++c) leftIn[c] += binLeft[b][c], rightIn[c] += binRight[b][c];
+            const auto [pLL, pRL] = shares();
+            const auto [value, flip] = judge(pLL, pRL);
+            if (value > 0 && value > best) {
+                best = value;
+                surrogateBinLeft_ = int64_t(binIds_[b]);
+                surrogateBinRight_ = int64_t(binIds_[b + 1]);
+                surrogateFlip_ = flip;
+            }
+        }
+        return best;
+    }
+    size_t next = 0;
+    for (uint64_t d : divisions_) {
+        for (; next <= d; ++next) addMarked((*rows_)[next]);
+        const auto [pLL, pRL] = shares();
+        const auto [value, flip] = judge(pLL, pRL);
+        if (printsAt(3)) {
+            const W pLR = pL / pParent_ - pLL, pRR = pR / pParent_ - pRL;
+            hostPrintf("      idiv=%i  x=%g  pLL=%g  pRL=%g  pLR=%g  pRR=%g  Assoc(-1)=%g  Assoc(+1)=%g\n", int(d),
+                       double(xs_[d]), double(pLL), double(pRL), double(pLR), double(pRR),
+                       double((minP - (1 - pLR - pRL)) / minP), double((minP - (1 - pLL - pRR)) / minP));
+        }
+        if (value > 0 && value > best) {
+            best = value;
+            surrogateDivision_ = int64_t(d);
+            surrogateFlip_ = flip;
+        }
+    }
+    return best;
 }
 
 template <class X, class Y, class W>

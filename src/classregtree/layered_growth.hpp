@@ -219,11 +219,108 @@ RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const NodeRows<X>& n
     gain_ = winner->gain_;
     if (!data.xHasNaN && winner->kind() == ColumnKind::Binned && data.isRegression())
         winner->binnedChildStats(leftStats_, rightStats_);
-    if (!winner->nanRows().empty()) {
+    RowVector unrouted = winner->nanRows();
+    if (o.numSurrogates > 0) {
+        // The smaller child's share of the node; a split without one is taken back.
+        const size_t K = data.isRegression() ? 1 : data.numClasses;
+        const auto weightOf = [&](const RowVector& part) {
+            std::vector<W> classWeights(K, W(0));
+            for (uint64_t r : part) classWeights[data.isRegression() ? 0 : data.classIndex[r]] += data.w[r];
+            if (data.isRegression()) return classWeights[0];
+            data.classCrit->correct(classWeights, classWeights);
+            return classSum<W>(classWeights);
+        };
+        const W minP = std::min(weightOf(kids.first), weightOf(kids.second)) / correctedWeight_;
+        if (o.verbose > 3) hostPrintf("       minP=%g\n", double(minP));
+        if (!(minP > 0)) {
+            unsplit();
+            return {};
+        }
+        for (uint64_t r : rows) data.side[r] = RowSide::Neither;
+        for (uint64_t r : kids.first) data.side[r] = RowSide::Left;
+        for (uint64_t r : kids.second) data.side[r] = RowSide::Right;
+        findSurrogates(data, minP, columns, winner);
+        routeBySurrogates(data, unrouted, kids);
+    }
+    if (!unrouted.empty()) {
         hasUnroutedRows_ = true;
-        unroutedRows_ = winner->nanRows();
+        unroutedRows_ = std::move(unrouted);
     }
     return kids;
+}
+
+// Other predictors whose best split imitates the node's split, best
+// association first: they route the rows the split's own predictor cannot.
+template <class X, class Y, class W>
+void Node<X, Y, W>::findSurrogates(const TreeData<X, Y, W>& data, W minP,
+                                   std::vector<std::optional<IndexedColumn<X, Y, W>>>& columns,
+                                   const IndexedColumn<X, Y, W>* winner) {
+    const TreeOptions& o = data.options;
+    std::vector<std::pair<uint64_t, W>> found(columns.size(), {0, std::numeric_limits<W>::lowest()});
+    std::vector<uint8_t> usable(columns.size(), 0);
+    const auto search = [&](size_t k) {
+        auto& column = *columns[k];
+        if (&column == winner) return;
+        pollInterrupt(data.interrupt);
+        if (o.verbose > 2) hostPrintf("Searching for surrogate splits on predictor %i...\n", int(column.predictor()));
+        W association;
+        if (column.findSurrogate(minP, data.side, association)) found[k] = {k, association}, usable[k] = 1;
+    };
+    if (data.parallelColumns && columns.size() >= 2) tbb::parallel_for(size_t(0), columns.size(), search);
+    else
+        for (size_t k = 0; k < columns.size(); ++k) search(k);
+    std::vector<std::pair<uint64_t, W>> kept;
+    for (size_t k = 0; k < columns.size(); ++k)
+        if (usable[k] && found[k].second > 0) kept.push_back(found[k]);
+    std::stable_sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+    if (o.verbose > 4) {
+        for (size_t j = 0; j < kept.size(); ++j)
+            hostPrintf("  assocPair[%i] = (%i,%g)", int(j), int(columns[kept[j].first]->predictor()),
+                       double(kept[j].second));
+        hostPrintf("\n");
+    }
+    if (kept.size() > o.numSurrogates) kept.resize(o.numSurrogates);
+    for (const auto& [k, association] : kept) {
+        const auto& column = *columns[k];
+        surrogateVars_.push_back(int64_t(column.predictor()));
+        surrogateBins_.push_back({column.surrogateBinLeft_, column.surrogateBinRight_});
+        surrogateFlips_.push_back(int(column.surrogateFlip_));
+        surrogateCutPoints_.push_back(column.cutPoint(true));
+        surrogateCategories_.push_back({column.surrogateCategoriesLeft_, column.surrogateCategoriesRight_});
+        surrogateGains_.push_back(column.surrogateGain_);
+        surrogateAssociations_.push_back(association);
+    }
+}
+
+// Rows the split's predictor cannot place go, surrogate by surrogate, to the
+// child the surrogate names; what none can place stays in `rows`.
+template <class X, class Y, class W>
+void Node<X, Y, W>::routeBySurrogates(const TreeData<X, Y, W>& data, RowVector& rows, RowPair& kids) const {
+    for (size_t j = 0; j < surrogateVars_.size() && !rows.empty(); ++j) {
+        const uint64_t p = uint64_t(surrogateVars_[j]);
+        const X* x = data.column(p);
+        const auto& [leftBin, rightBin] = surrogateBins_[j];
+        const auto& [leftCategories, rightCategories] = surrogateCategories_[j];
+        const bool binned = leftBin >= 0 && rightBin >= 0;
+        const bool nominal = !binned && isMissing(surrogateCutPoints_[j], 0);
+        if (nominal && (leftCategories.empty() || rightCategories.empty())) continue;
+        RowVector remaining;
+        for (uint64_t r : rows) {
+            const X v = x[r];
+            if (isMissing(v, data.numBins[p])) {
+                remaining.push_back(r);
+                continue;
+            }
+            if (nominal) {
+                (std::binary_search(leftCategories.begin(), leftCategories.end(), v) ? kids.first : kids.second)
+                    .push_back(r);
+                continue;
+            }
+            const bool low = binned ? !(uint64_t(v) > uint64_t(leftBin)) : v < surrogateCutPoints_[j];
+            (low == (surrogateFlips_[j] >= 0) ? kids.first : kids.second).push_back(r);
+        }
+        rows = std::move(remaining);
+    }
 }
 
 template <class X, class Y, class W>
@@ -333,6 +430,7 @@ void Tree<X, Y, W>::grow(const RowVector& rows, W* fit, bool fitIsScores) {
     orders_.assign(sortedRoot(rows));
     rowQueue.push_back({rows, orders_.rootSpans()});
     side_.assign(data_.N, RowSide::Neither);
+    data_.side = side_.data();
     if (freshNodes_) {
         Node<X, Y, W> prototype(data_.numClasses);
         prototype.riskThreshold_ = riskThreshold;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -59,6 +60,9 @@ struct TreeData {
     bool parallelColumns = true;  // the criterion is thread-safe and nothing prints
     faultprobe::InterruptState* interrupt = nullptr;
     RandStream* stream = nullptr;  // draws the predictors offered to each node
+    // Marks each row's side while a node's surrogates are sought; every row is
+    // in one node of a layer, so the nodes of a layer share it.
+    RowSide* side = nullptr;
 
     bool isRegression() const { return regCrit != nullptr; }
     // Numeric predictors keep their rows in order from node to node, unless
@@ -85,6 +89,9 @@ constexpr X noCutPoint() {
 }
 
 template <class X, class Y, class W>
+class IndexedColumn;
+
+template <class X, class Y, class W>
 class Node {
 public:
     explicit Node(uint64_t numClasses);
@@ -97,6 +104,10 @@ public:
     RowPair split(const TreeData<X, Y, W>& data, const NodeRows<X>& rows, const SortedOrders<X>& orders,
                   const double* predictors);
     void unsplit();
+    void findSurrogates(const TreeData<X, Y, W>& data, W minP,
+                        std::vector<std::optional<IndexedColumn<X, Y, W>>>& columns,
+                        const IndexedColumn<X, Y, W>* winner);
+    void routeBySurrogates(const TreeData<X, Y, W>& data, RowVector& rows, RowPair& kids) const;
     void resetToFresh();
     bool isBranch() const { return left_ != 0 || right_ != 0; }
     // Class probability of record class c: classes without rows hold 0/weight.

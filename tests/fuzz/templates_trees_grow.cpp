@@ -1,5 +1,7 @@
 // Fuzz templates: tree growth, classification and regression, over double,
 // single and binned predictors.
+#include <cmath>
+
 #include "fuzz/fuzz.hpp"
 #include "support/grow_tree_call.hpp"
 
@@ -47,6 +49,13 @@ ZV_FUZZ_TEMPLATES("classregtree::growTree", growTree) {
     t.add("categorical regression, single", 24, [] {
         auto in = smallTree(ndSINGLE_CLASS, true);
         in.categorical = {true, true, false};
+        return in.build();
+    });
+    t.add("surrogates, missing values, categorical", 24, [] {
+        auto in = smallTree(ndDOUBLE_CLASS, false);
+        in.categorical = {false, true, false};
+        in.numSurrogates = 2;
+        in.x[2] = in.x[12 + 5] = in.x[24 + 7] = std::nan("");
         return in.build();
     });
     t.add("quartile search, twoing, serial", 16, [] {
