@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "demo/demo.hpp"
@@ -35,7 +36,7 @@ void twoClasses(unsigned seed, std::vector<double>& x, std::vector<double>& y, s
 }
 
 std::vector<Owned> grow(const Session& s, const std::vector<double>& x, const std::vector<double>& y,
-                        const char* criterion, double minLeaf) {
+                        const char* criterion, double minLeaf, bool thirdCategorical = false, double surrogates = 0) {
     std::vector<double> rows(kRows);
     for (size_t i = 0; i < kRows; ++i) rows[i] = double(i);
     auto xa = zvhost::matrixOf<double>(kRows, kPredictors, std::span<const double>(x));
@@ -43,13 +44,15 @@ std::vector<Owned> grow(const Session& s, const std::vector<double>& x, const st
     auto wa = zvhost::matrixOf<double>(kRows, 1, std::span<const double>(std::vector<double>(kRows, 1.0)));
     auto ra = zvhost::matrixOf<double>(kRows, 1, std::span<const double>(rows));
     Owned no(zvhost::logicalScalar(false)), categorical(ndCreateLogicalMatrix(1, kPredictors));
+    ndGetLogicals(categorical.get())[2] = thirdCategorical;
+    auto kept = zvhost::scalar(surrogates);
     auto none = zvhost::matrixOf<double>(0, 0), crit = zvhost::text(criterion);
     auto leaf = zvhost::scalar(minLeaf), parent = zvhost::scalar(2 * minLeaf), splits = zvhost::scalar(1e9);
     auto vars = zvhost::scalar(double(kPredictors)), zero = zvhost::scalar(0), maxCat = zvhost::scalar(10);
     Owned stream(zvhost::createStreamObject(zvhost::makeStream(1)));
-    return s.call("classregtree::growTree", 17,
+    return s.call("classregtree::growTree", 24,
                   {xa.get(), ya.get(), wa.get(), ra.get(), no.get(), categorical.get(), none.get(), crit.get(),
-                   leaf.get(), parent.get(), splits.get(), vars.get(), zero.get(), maxCat.get(), zero.get(),
+                   leaf.get(), parent.get(), splits.get(), vars.get(), kept.get(), maxCat.get(), zero.get(),
                    none.get(), zero.get(), no.get(), no.get(), no.get(), stream.get(), no.get(), zero.get()});
 }
 
@@ -71,19 +74,52 @@ void describe(const char* what, const std::vector<Owned>& tree) {
     double leafRisk = 0;
     for (size_t u = 0; u < cutVar.size(); ++u)
         if (cutVar[u] == 0) ++leaves, leafRisk += risk[u];
-    std::printf("  %s: %zu nodes, %zu leaves, depth %zu; root splits x%.0f at %.4f; risk %.4g at the root, "
+    std::string rootCut = "at " + std::to_string(cut[0]).substr(0, 6);
+    if (const ndArray* left = std::isnan(cut[0]) ? ndGetCell(tree[4].get(), 0) : nullptr) {
+        rootCut = "sending categories {";
+        for (size_t k = 0; k < ndGetNumberOfElements(left); ++k)
+            rootCut += (k ? " " : "") + std::to_string(int(static_cast<const double*>(ndGetData(left))[k]));
+        rootCut += "} left";
+    }
+    std::printf("  %s: %zu nodes, %zu leaves, depth %zu; root splits x%.0f %s; risk %.4g at the root, "
                 "%.4g summed over the leaves\n",
-                what, cutVar.size(), leaves, depthOf(zvhost::valuesOf<double>(tree[14].get())), cutVar[0], cut[0],
-                risk[0], leafRisk);
+                what, cutVar.size(), leaves, depthOf(zvhost::valuesOf<double>(tree[14].get())), cutVar[0],
+                rootCut.c_str(), risk[0], leafRisk);
 }
 
 void demoTrees(const Session& s) {
-    heading("classregtree::growTree: a Gini tree on 600 rows of two wavy classes, a regression tree on a sine");
+    heading("classregtree::growTree: Gini trees on 600 rows of two wavy classes (one with a categorical predictor, "
+            "missing values and surrogates), a regression tree on a sine");
     std::vector<double> x, y, wave;
     twoClasses(61, x, y, wave);
     const auto tree = grow(s, x, y, "gini", 1);
     describe("classification (min leaf 1)", tree);
     describe("regression (squared error, min leaf 10)", grow(s, x, wave, "mse", 10));
+
+    // The third predictor as four categories that follow the border, and 10% of
+    // the first two missing: surrogates route those rows.
+    std::vector<double> xCat = x;
+    auto holes = zvhost::makeStream(63);
+    std::vector<double> u(2 * kRows);
+    holes->uniform(u.data(), u.size());
+    for (size_t i = 0; i < kRows; ++i) {
+        xCat[2 * kRows + i] = 1 + std::floor(4 * std::min(0.999, std::max(0.0, x[kRows + i] - 0.5 - 0.2 * std::sin(6 * x[i]) + 0.5)));
+        if (u[i] < 0.1) xCat[i] = std::nan("");
+        if (u[kRows + i] < 0.1) xCat[kRows + i] = std::nan("");
+    }
+    const auto withSurrogates = grow(s, xCat, y, "gini", 5, true, 2);
+    describe("categorical x3, 10% missing, 2 surrogates (min leaf 5)", withSurrogates);
+    const ndArray* vars = ndGetCell(withSurrogates[21].get(), 0);
+    const ndArray* assoc = ndGetCell(withSurrogates[23].get(), 0);
+    const ndArray* flips = ndGetCell(withSurrogates[18].get(), 0);
+    std::printf("    root surrogates:");
+    for (size_t j = 0; vars && j < ndGetNumberOfElements(vars); ++j)
+        std::printf(" x%.0f (association %.3f, flip %+.0f)", static_cast<const double*>(ndGetData(vars))[j],
+                    static_cast<const double*>(ndGetData(assoc))[j], static_cast<const double*>(ndGetData(flips))[j]);
+    const auto unrouted = ndGetLogicals(withSurrogates[8].get());
+    size_t stuck = 0;
+    for (size_t u = 0; u < ndGetM(withSurrogates[8].get()); ++u) stuck += unrouted[u];
+    std::printf("; %zu branch nodes keep rows no surrogate could place\n", stuck);
 
     if (!s.has("classregtree::computePruneInfo") || !s.has("classregtree::findNode")) return;
     auto noCost = zvhost::matrixOf<double>(0, 0), noName = zvhost::text(""), quiet = zvhost::scalar(0);
