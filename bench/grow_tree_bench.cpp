@@ -1,7 +1,7 @@
 // classregtree::growTree through the host's call boundary on two noisy
 // classes from three of P predictors (6% of labels flipped), distinct values
 // on a grid single precision holds exactly: the full tree of 200,000 x 20
-// single (about 32,000 nodes), a budget of 255 splits, quartile search, a
+// single (about 32,000 nodes), with three surrogates, a budget of 255 splits, quartile search, a
 // double regression tree, and ten categorical predictors. Items/s counts rows.
 //   build/bin/grow_tree_bench [--benchmark_filter=Full]
 #include <benchmark/benchmark.h>
@@ -53,6 +53,11 @@ void BM_MaxSplits255Single_200k_x20(benchmark::State& state) {
     in.maxSplits = 255;
     run(state, in);
 }
+void BM_ThreeSurrogatesSingle_200k_x20(benchmark::State& state) {
+    auto in = noisyClasses(200000, 20, ndSINGLE_CLASS, false);
+    in.numSurrogates = 3;
+    run(state, in);
+}
 void BM_QuartileSearchSingle_200k_x20(benchmark::State& state) {
     auto in = noisyClasses(200000, 20, ndSINGLE_CLASS, false);
     in.quartileSearch = true;
@@ -85,6 +90,7 @@ void BM_CategoricalThreeClasses_100k_x10_L20(benchmark::State& state) {
 BENCHMARK(BM_CategoricalThreeClasses_100k_x10_L20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_FullTreeSingle_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_MaxSplits255Single_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ThreeSurrogatesSingle_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_QuartileSearchSingle_200k_x20)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_RegressionDouble_100k_x10_leaf5)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK_MAIN();
