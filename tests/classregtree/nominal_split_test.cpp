@@ -8,6 +8,7 @@
 
 #include "support/gateways.hpp"
 #include "support/grow_tree_call.hpp"
+#include "zvhost/control.hpp"
 
 namespace {
 
@@ -117,6 +118,18 @@ TEST(NominalSplits, MethodTableIdentifiers) {
     manyArgs[14] = zvhost::scalar(1);
     EXPECT_EQ(zvtest::raisedId([&] { zvtest::growTreeOn(manyArgs, 1); }),
               "stats:classreg:learning:treeutils:ClassificationNominalSplitFinder:exact:TooManyLevels");
+    // PCA's scratch comes from the worker heap; a failure names its size.
+    auto pca = categorical(60, 5, 3, 4);
+    auto pcaArgs = pca.build();
+    pcaArgs[14] = zvhost::scalar(3);
+    for (long n : {1, 2, 3}) {
+        zvtest::LeakCheck leaks;
+        zvhost::failAllocationAt(n, zvhost::kWorkerScratch);
+        EXPECT_EQ(zvtest::raisedId([&] { zvtest::growTreeOn(pcaArgs, 1); }),
+                  "stats:classreg:learning:treeutils:ClassificationNominalSplitFinder:pca:MemoryLessThanXBytes")
+            << n;
+        zvhost::failAllocationAt(0);
+    }
     // One level: no split; pure values merge into one level per class: three
     // levels, parted by two splits.
     GrowTreeInputs pure = many;
