@@ -98,15 +98,8 @@ private:
     template <class Evaluator, class AddBin>
     W scanBins(Evaluator& evaluator, AddBin&& addBin);
     bool printsAt(uint64_t level) const { return data_.options.verbose > level; }
-    // Weight of a class vector as the criterion sees it; regression: the plain weight.
-    W correctedSum(std::vector<W>& classWeights) const {
-        if (data_.isRegression()) return classWeights[0];
-        data_.classCrit->correct(classWeights, classWeights);
-        return classSum<W>(classWeights);
-    }
-    void addRow(std::vector<W>& classWeights, uint64_t r) const {
-        classWeights[data_.isRegression() ? 0 : data_.classIndex[r]] += data_.w[r];
-    }
+    W correctedSum(std::vector<W>& classWeights) const { return data_.correctedSum(classWeights); }
+    void addRow(std::vector<W>& classWeights, uint64_t r) const { data_.addRow(classWeights, r); }
     W associationSearch(W minP, const RowSide* side, W pL, W pR);
 
     const TreeData<X, Y, W>& data_;
@@ -158,16 +151,10 @@ void IndexedColumn<X, Y, W>::init(const RowVector& rows, const SortedEntry<X>* s
         ownedRows_.erase(firstMissing, ownedRows_.end());
     }
     if (nanRows_.empty()) return;
-    if (data_.isRegression()) {
-        pNotNan_ = 0;
-        for (uint64_t r : ownedRows_) pNotNan_ += data_.w[r];
-    } else {
-        notNanClassWeight_.assign(data_.numClasses, W(0));
-        for (uint64_t r : ownedRows_) notNanClassWeight_[data_.classIndex[r]] += data_.w[r];
-        std::vector<W> corrected(data_.numClasses);
-        data_.classCrit->correct(notNanClassWeight_, corrected);
-        pNotNan_ = classSum<W>(corrected);
-    }
+    std::vector<W> inPlay(data_.isRegression() ? 1 : data_.numClasses, W(0));
+    for (uint64_t r : ownedRows_) addRow(inPlay, r);
+    if (!data_.isRegression()) notNanClassWeight_ = inPlay;  // uncorrected: the scans correct it
+    pNotNan_ = correctedSum(inPlay);
     if (printsAt(2)) hostPrintf("pParent = %g   Pnotnan = %g\n", double(pParent_), double(pNotNan_));
     // The gain of a column with missing rows is measured against its share of the node.
     critParent_ = (pNotNan_ / pParent_) * critParent_;

@@ -225,10 +225,8 @@ RowPair Node<X, Y, W>::split(const TreeData<X, Y, W>& data, const NodeRows<X>& n
         const size_t K = data.isRegression() ? 1 : data.numClasses;
         const auto weightOf = [&](const RowVector& part) {
             std::vector<W> classWeights(K, W(0));
-            for (uint64_t r : part) classWeights[data.isRegression() ? 0 : data.classIndex[r]] += data.w[r];
-            if (data.isRegression()) return classWeights[0];
-            data.classCrit->correct(classWeights, classWeights);
-            return classSum<W>(classWeights);
+            for (uint64_t r : part) data.addRow(classWeights, r);
+            return data.correctedSum(classWeights);
         };
         const W minP = std::min(weightOf(kids.first), weightOf(kids.second)) / correctedWeight_;
         if (o.verbose > 3) hostPrintf("       minP=%g\n", double(minP));

@@ -15,6 +15,9 @@
 
 namespace zv::classregtree {
 
+// Row numbers (0-based) of a node, as they travel from layer to layer.
+using RowVector = std::vector<uint64_t, tbb::scalable_allocator<uint64_t>>;
+
 template <class X>
 struct SortedEntry {
     X x;
@@ -54,7 +57,7 @@ struct SortedSpan {
 // of the sorted order (rows whose value is missing left out).
 template <class X>
 struct NodeRows {
-    std::vector<uint64_t, tbb::scalable_allocator<uint64_t>> rows;
+    RowVector rows;
     std::vector<SortedSpan> sorted;
 };
 

@@ -23,7 +23,6 @@ class RandStream;
 
 namespace zv::classregtree {
 
-using RowVector = std::vector<uint64_t, tbb::scalable_allocator<uint64_t>>;
 using RowPair = std::pair<RowVector, RowVector>;
 
 // The growth parameters, as the gateway reads them.
@@ -68,6 +67,17 @@ struct TreeData {
     // Numeric predictors keep their rows in order from node to node, unless
     // large nodes are searched at quartiles, which need no order.
     bool keepsOrder(uint64_t p) const { return !options.quartileSearch && !isCategorical[p] && numBins[p] < 2; }
+    // A row's weight added to its class (regression: to the one entry).
+    void addRow(std::vector<W>& classWeights, uint64_t r) const {
+        classWeights[regCrit ? 0 : classIndex[r]] += w[r];
+    }
+    // A class vector's weight as the criterion sees it, correcting it in
+    // place; regression: the plain weight.
+    W correctedSum(std::vector<W>& classWeights) const {
+        if (regCrit) return classWeights[0];
+        classCrit->correct(classWeights, classWeights);
+        return classSum<W>(classWeights);
+    }
     // The class index the record shows for a class of the tree.
     uint64_t classOut(uint64_t c) const { return classes ? classes[c] : c; }
     const X* column(uint64_t p) const { return x + p * N; }
